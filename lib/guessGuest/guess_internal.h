@@ -1,0 +1,56 @@
+// Shared between the files of the identification module.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "guestprep/guess.h"
+#include "platform/abi.h"
+
+namespace gp::guess {
+
+inline constexpr const char kModule[] = "lib/guessGuest/guess";
+
+// A file read whole from the medium, owned; empty() when absent.
+struct FileText {
+  MallocPtr<char> data;
+  size_t size = 0;
+  bool present() const { return data != nullptr; }
+  std::string_view view() const { return {data.get(), size}; }
+};
+
+// Guess_ReadFileName wrapped in an owner.
+FileText readFileName(GuessMedium *medium, const char *path);
+
+// Guess_ReadFile wrapped in an owner.
+FileText readFile(GuessMedium *medium, GuessDir *dir, const char *name);
+
+// A directory handle closed on scope exit.
+class DirHandle {
+ public:
+  DirHandle(GuessMedium *medium, const char *path)
+      : medium_(medium), dir_(Guess_OpenDir(medium, path)) {}
+  ~DirHandle() {
+    if (dir_ != nullptr) {
+      Guess_CloseDir(medium_, dir_);
+    }
+  }
+  DirHandle(const DirHandle &) = delete;
+  DirHandle &operator=(const DirHandle &) = delete;
+  GuessDir *get() const { return dir_; }
+  explicit operator bool() const { return dir_ != nullptr; }
+
+ private:
+  GuessMedium *medium_;
+  GuessDir *dir_;
+};
+
+// Records a recognised medium: osName and subVersion.
+inline Bool recognise(GuessInfo *info, const char *osName,
+                      uint32_t subVersion) {
+  info->osName = osName;
+  info->subVersion = subVersion;
+  return TRUE;
+}
+
+}  // namespace gp::guess

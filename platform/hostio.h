@@ -1,0 +1,122 @@
+// The seam between the library and the host operating system. Every file,
+// directory, clock, random and shell access of the library goes through
+// hostOps(), so that tests can make a read short, a write fail with ENOSPC
+// or a rename fail, and check that nothing is lost.
+//
+// The functions follow their POSIX namesakes: -1 and errno on failure.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <string>
+#include <string_view>
+
+namespace gp {
+
+struct HostOps {
+  int (*open)(const char *path, int flags, mode_t mode);
+  int (*close)(int fd);
+  ssize_t (*read)(int fd, void *buf, size_t count);
+  ssize_t (*pread)(int fd, void *buf, size_t count, off_t offset);
+  ssize_t (*write)(int fd, const void *buf, size_t count);
+  ssize_t (*pwrite)(int fd, const void *buf, size_t count, off_t offset);
+  int (*fstat)(int fd, struct stat *st);
+  int (*stat)(const char *path, struct stat *st);
+  int (*fsync)(int fd);
+  int (*ftruncate)(int fd, off_t length);
+  int (*rename)(const char *from, const char *to);
+  int (*unlink)(const char *path);
+  int (*mkdir)(const char *path, mode_t mode);
+  int (*rmdir)(const char *path);
+  int (*mkstemp)(char *templ);
+  int (*fchmod)(int fd, mode_t mode);
+  time_t (*time)(time_t *out);
+  void (*srand)(unsigned seed);
+  int (*rand)();
+  int (*system)(const char *command);
+};
+
+// The operations in force. Tests replace members through ScopedHostOps.
+HostOps &hostOps();
+
+// The real operations.
+const HostOps &realHostOps();
+
+// Installs a modified copy of the operations for its lifetime (tests).
+class ScopedHostOps {
+ public:
+  explicit ScopedHostOps(const HostOps &ops) : saved_(hostOps()) {
+    hostOps() = ops;
+  }
+  ~ScopedHostOps() { hostOps() = saved_; }
+  ScopedHostOps(const ScopedHostOps &) = delete;
+  ScopedHostOps &operator=(const ScopedHostOps &) = delete;
+
+ private:
+  HostOps saved_;
+};
+
+// Owner of a file descriptor.
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : fd_(fd) {}
+  ~UniqueFd() { reset(); }
+  UniqueFd(UniqueFd &&other) noexcept : fd_(other.release()) {}
+  UniqueFd &operator=(UniqueFd &&other) noexcept {
+    if (this != &other) {
+      reset(other.release());
+    }
+    return *this;
+  }
+  UniqueFd(const UniqueFd &) = delete;
+  UniqueFd &operator=(const UniqueFd &) = delete;
+
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+  int release() {
+    int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+  // Closes the descriptor; returns the close result (0 when none was open).
+  int reset(int fd = -1);
+
+ private:
+  int fd_ = -1;
+};
+
+// Opens through the seam, retrying on EINTR.
+UniqueFd openFile(const char *path, int flags, mode_t mode = 0);
+
+// Reads exactly `count` bytes at `offset` unless the file ends first;
+// returns the bytes read or -1 on error. Retries short reads and EINTR.
+ssize_t preadFull(int fd, void *buf, size_t count, off_t offset);
+
+// Writes all of `buf`; false on error (errno set).
+bool writeFull(int fd, const void *buf, size_t count);
+bool pwriteFull(int fd, const void *buf, size_t count, off_t offset);
+
+// Reads a whole regular file of at most maxSize bytes; false on any error,
+// on a non-regular file, or when the file is larger than maxSize.
+bool readWholeFile(const char *path, std::string &out,
+                   size_t maxSize = 64u << 20);
+
+// Writes `data` to `path` atomically: a temporary file in the same
+// directory, flushed and renamed over the target. The target keeps its
+// permission bits when it exists (newMode otherwise). On failure the target
+// is untouched and the temporary file removed.
+bool replaceFileAtomically(const std::string &path, std::string_view data,
+                           mode_t newMode = 0644);
+
+// Creates a directory and its missing parents; true if it exists afterwards.
+bool makeDirectories(const std::string &path, mode_t mode = 0755);
+
+// Joins two path pieces with one "/".
+std::string joinPath(std::string_view dir, std::string_view name);
+
+}  // namespace gp
