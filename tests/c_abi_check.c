@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "guestprep/autoinstall.h"
 #include "guestprep/guess.h"
 #include "guestprep/types.h"
 
