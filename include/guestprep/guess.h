@@ -112,6 +112,10 @@ GUESTPREP_API Bool Guess_FileExistsWithPrefix(GuessMedium *medium,
 GUESTPREP_API int Guess_ELF_Arch(const unsigned char *buffer, size_t size);
 
 /* Detectors, in the order Guess_Guest() runs them. */
+GUESTPREP_API Bool Guess_WindowsNT(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_WindowsLegacy(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_WindowsVistaAndNewer(GuessMedium *medium,
+                                              GuessInfo *info);
 GUESTPREP_API Bool Guess_RedHat(GuessMedium *medium, GuessInfo *info);
 
 #ifdef __cplusplus

@@ -24,6 +24,9 @@ namespace {
 
 // The detector table, in the order of detection.
 const GuessDetector kDetectors[] = {
+    Guess_WindowsNT,
+    Guess_WindowsLegacy,
+    Guess_WindowsVistaAndNewer,
     Guess_RedHat,
     nullptr,
 };

@@ -1,0 +1,370 @@
+// Windows media detection: the NT family (NT 4.0 to Server 2003) by its
+// text-mode setup files, Windows 95/98/Me by a directory name, and Vista
+// and later by the files of "sources". Besides the identifier the
+// detectors report the installation language and the install images.
+#include <string>
+#include <string_view>
+
+#include "lib/guessGuest/guess_internal.h"
+#include "platform/strutil.h"
+
+namespace gp::guess {
+namespace {
+
+constexpr char kDefaultLanguage[] = "en-US";
+
+struct ProductName {
+  const char *name;  // null ends the table
+  const char *osName;
+};
+
+const ProductName kProductNames[] = {
+    {"Windows Server 2003, Standard", "winNetStandard"},
+    {"Windows Server 2003, Enterprise", "winNetEnterprise"},
+    {"Windows Server 2003, Web", "winNetWeb"},
+    {"Windows Server 2003 Standard x64 Edition", "winNetStandard-64"},
+    {"Windows Server 2003 Enterprise x64 Edition", "winNetEnterprise-64"},
+    {"Windows Server 2003 for Small Business Server", "winNetBusiness"},
+    {"Microsoft Windows 2000 Professional", "win2000Pro"},
+    {"Microsoft Windows 2000 Server", "win2000Serv"},
+    {"Microsoft Windows 2000 Advanced Server", "win2000AdvServ"},
+    {"Windows NT Workstation Version 4.00", "winNT"},
+    {"Windows NT Server Version 4.00", "winNT"},
+    {nullptr, nullptr},
+};
+
+// Install image names that decide the release when the build branch
+// does not.
+const char *const kVistaImagePrefix = "install_Windows Vista";
+const char *const kWindows7ImagePrefix = "install_Windows 7";
+
+bool isBlankSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' ||
+         c == '\f';
+}
+
+bool isControl(char c) {
+  auto u = static_cast<unsigned char>(c);
+  return u < 0x20 || u == 0x7F;
+}
+
+// Reads one key = value assignment at the start of `text`; the key ends at
+// the first blank of the text (or at the "=" when there is none) and the
+// value, optionally quoted, at the first control character or quote.
+bool guessParseKeyValue(std::string_view text, std::string *key,
+                        std::string *value) {
+  size_t equals = text.find('=');
+  if (equals == std::string_view::npos) {
+    return false;
+  }
+  size_t blank = text.find(' ');
+  size_t keyEnd = blank != std::string_view::npos ? blank : equals;
+  size_t at = equals + 1;
+  while (at < text.size() && isBlankSpace(text[at])) {
+    ++at;
+  }
+  if (at >= text.size()) {
+    return false;
+  }
+  if (text[at] == '"') {
+    if (++at >= text.size() || text[at] == '"') {
+      return false;
+    }
+  }
+  size_t end = at;
+  while (end < text.size() && !isControl(text[end]) && text[end] != '"') {
+    ++end;
+  }
+  if (end == at) {
+    return false;
+  }
+  if (key != nullptr) {
+    *key = std::string(text.substr(0, keyEnd));
+  }
+  if (value != nullptr) {
+    *value = std::string(text.substr(at, end - at));
+  }
+  return true;
+}
+
+// The value of the first `marker` assignment in `text`, if one can be read.
+bool valueAfter(std::string_view text, std::string_view marker,
+                std::string &value) {
+  size_t at = text.find(marker);
+  return at != std::string_view::npos &&
+         guessParseKeyValue(text.substr(at), nullptr, &value);
+}
+
+bool contains(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+// The identifier of an NT-family product name: the table first, then the
+// Windows XP substring rules.
+const char *ntIdentifier(const std::string &product) {
+  for (const ProductName *p = kProductNames; p->name != nullptr; ++p) {
+    if (product == p->name) {
+      return p->osName;
+    }
+  }
+  std::string lower = str::toLower(product);
+  if (!contains(lower, "windows xp")) {
+    return nullptr;
+  }
+  if (!contains(lower, "pro")) {
+    return "winXPHome";
+  }
+  return contains(lower, "x64") ? "winXPPro-64" : "winXPPro";
+}
+
+enum class Release { None, Vista, Windows7, Windows8 };
+
+Release releaseClass(GuessMedium *medium, const std::string &branch) {
+  if (str::startsWith(branch, "vista") ||
+      str::startsWith(branch, "lh_sp2rtm")) {
+    return Release::Vista;
+  }
+  if (contains(branch, "win7")) {
+    return Release::Windows7;
+  }
+  if (contains(branch, "win8") || str::startsWith(branch, "winmain")) {
+    return Release::Windows8;
+  }
+  if (Guess_FileExistsWithPrefix(medium, "sources", kVistaImagePrefix)) {
+    return Release::Vista;
+  }
+  if (Guess_FileExistsWithPrefix(medium, "sources", kWindows7ImagePrefix)) {
+    return Release::Windows7;
+  }
+  return Release::None;
+}
+
+const char *vistaIdentifier(Release release, bool server, bool is64) {
+  switch (release) {
+    case Release::Vista:
+      if (server) {
+        return is64 ? "longhorn-64" : "longhorn";
+      }
+      return is64 ? "winvista-64" : "winvista";
+    case Release::Windows7:
+      if (server) {
+        return "windows7srv-64";
+      }
+      return is64 ? "windows7-64" : "windows7";
+    case Release::Windows8:
+      if (server) {
+        return "windows8srv-64";
+      }
+      return is64 ? "windows8-64" : "windows8";
+    case Release::None:
+      break;
+  }
+  return is64 ? "longhorn-64" : "longhorn";
+}
+
+// The install image names of "sources", each followed by "?".
+void writeEditions(GuessMedium *medium, GuessInfo *info) {
+  DirHandle dir(medium, "/sources");
+  if (!dir) {
+    return;
+  }
+  constexpr std::string_view kPrefix = "install_", kSuffix = ".clg";
+  std::string editions;
+  while (const char *entry = Guess_ReadDir(medium, dir.get())) {
+    std::string_view name(entry);
+    if (name.size() >= kPrefix.size() + kSuffix.size() &&
+        str::startsWith(name, kPrefix) &&
+        name.substr(name.size() - kSuffix.size()) == kSuffix) {
+      editions.append(name.substr(
+          kPrefix.size(), name.size() - kPrefix.size() - kSuffix.size()));
+      editions += '?';
+    }
+  }
+  str::boundedCopy(info->editions, sizeof info->editions, editions);
+}
+
+bool isDecimal(std::string_view s, long &number) {
+  while (!s.empty() && s.back() == ' ') {
+    s.remove_suffix(1);
+  }
+  size_t digits = (!s.empty() && (s[0] == '-' || s[0] == '+')) ? 1 : 0;
+  if (digits == s.size()) {
+    return false;
+  }
+  for (size_t i = digits; i < s.size(); ++i) {
+    if (s[i] < '0' || s[i] > '9') {
+      return false;
+    }
+  }
+  number = str::parseLong(s);
+  return true;
+}
+
+// The installation language: the last entry of the available UI languages
+// with a non-negative number. Empty when the section or a choice is missing.
+std::string chosenLanguage(std::string_view langIni) {
+  constexpr std::string_view kHeader = "[Available UI Languages]\r\n";
+  constexpr std::string_view kNext = "\r\n[Fallback Languages]";
+  size_t begin = langIni.find(kHeader);
+  if (begin == std::string_view::npos) {
+    return {};
+  }
+  begin += kHeader.size();
+  size_t end = langIni.find(kNext, begin);
+  if (end == std::string_view::npos) {
+    return {};
+  }
+  std::string_view section = langIni.substr(begin, end - begin);
+  std::string chosen;
+  size_t at = 0;
+  for (;;) {
+    while (section.compare(at, 2, "\r\n") == 0) {
+      at += 2;
+    }
+    if (at >= section.size()) {
+      break;
+    }
+    size_t lineEnd = section.find("\r\n", at);
+    if (lineEnd == std::string_view::npos) {
+      lineEnd = section.size();
+    }
+    std::string_view line = section.substr(at, lineEnd - at);
+    at = lineEnd;
+    std::string key, value;
+    if (!guessParseKeyValue(line, &key, &value)) {
+      continue;
+    }
+    long number = 0;
+    if (!isDecimal(value, number)) {
+      break;
+    }
+    if (number >= 0) {
+      chosen = key;
+    }
+  }
+  return chosen;
+}
+
+// The identifier of a Vista-or-newer medium, or null.
+const char *vistaFamily(GuessMedium *medium, std::string_view productIni,
+                        std::string_view buildInfo) {
+  std::string value;
+  bool server = valueAfter(productIni, "Type=", value) &&
+                contains(value, "Server");
+  Release release = Release::None;
+  if (valueAfter(buildInfo, "BuildBranch=", value)) {
+    release = releaseClass(medium, value);
+  }
+  if (release == Release::Windows8 &&
+      valueAfter(productIni, "staged=", value)) {
+    server = contains(value, "SERVERSTANDARD");
+  }
+  if (release == Release::None && !server) {
+    return nullptr;
+  }
+  size_t arch = buildInfo.find("BuildArch=");
+  if (arch == std::string_view::npos) {
+    return nullptr;
+  }
+  bool is64 = guessParseKeyValue(buildInfo.substr(arch), nullptr, &value) &&
+              value == "amd64";
+  return vistaIdentifier(release, server, is64);
+}
+
+}  // namespace
+}  // namespace gp::guess
+
+using namespace gp;
+using namespace gp::guess;
+
+GP_EXPORT Bool Guess_WindowsNT(GuessMedium *medium, GuessInfo *info) {
+  if (medium == nullptr || info == nullptr) {
+    return FALSE;
+  }
+  return abiGuard(Bool(FALSE), [&]() -> Bool {
+    FileText setup = readFileName(medium, "I386/TXTSETUP.SIF");
+    FileText prodspec = readFileName(medium, "I386/PRODSPEC.INI");
+    if (!setup.present()) {
+      setup = readFileName(medium, "AMD64/TXTSETUP.SIF");
+      if (!setup.present()) {
+        return info->osName != nullptr;
+      }
+    }
+    if (!prodspec.present()) {
+      prodspec = readFileName(medium, "AMD64/PRODSPEC.INI");
+    }
+    std::string_view text = setup.view();
+    size_t at = text.find("wks_id ");
+    if (at == std::string_view::npos) {
+      at = text.find("srv_id ");
+    }
+    std::string product;
+    if (at == std::string_view::npos ||
+        !guessParseKeyValue(text.substr(at), nullptr, &product)) {
+      return info->osName != nullptr;
+    }
+    const char *osName = ntIdentifier(product);
+    if (osName == nullptr) {
+      return info->osName != nullptr;
+    }
+    std::string language;
+    if (prodspec.present() &&
+        valueAfter(prodspec.view(), "Localization=", language)) {
+      str::boundedCopy(info->language, sizeof info->language, language);
+    }
+    return recognise(info, osName, GUESS_VERSION_UNKNOWN);
+  });
+}
+
+GP_EXPORT Bool Guess_WindowsLegacy(GuessMedium *medium, GuessInfo *info) {
+  if (medium == nullptr || info == nullptr) {
+    return FALSE;
+  }
+  return abiGuard(Bool(FALSE), [&]() -> Bool {
+    struct Marker {
+      const char *dir;
+      const char *osName;
+    };
+    // Later entries outrank earlier ones: a Me medium also carries the
+    // directories of its predecessors.
+    const Marker markers[] = {
+        {"win98", "win98"}, {"win95", "win95"}, {"win9x", "winMe"}};
+    const char *osName = nullptr;
+    for (const Marker &m : markers) {
+      if (DirHandle(medium, m.dir)) {
+        osName = m.osName;
+      }
+    }
+    if (osName == nullptr) {
+      return info->osName != nullptr;
+    }
+    return recognise(info, osName, GUESS_VERSION_UNKNOWN);
+  });
+}
+
+GP_EXPORT Bool Guess_WindowsVistaAndNewer(GuessMedium *medium,
+                                          GuessInfo *info) {
+  if (medium == nullptr || info == nullptr) {
+    return FALSE;
+  }
+  return abiGuard(Bool(FALSE), [&]() -> Bool {
+    FileText product = readFileName(medium, "sources/product.ini");
+    FileText build = readFileName(medium, "sources/idwbinfo.txt");
+    FileText lang = readFileName(medium, "sources/lang.ini");
+    const char *osName = nullptr;
+    std::string language;
+    if (product.present() && build.present() && lang.present()) {
+      writeEditions(medium, info);
+      osName = vistaFamily(medium, product.view(), build.view());
+      if (osName != nullptr) {
+        language = chosenLanguage(lang.view());
+      }
+    }
+    str::boundedCopy(info->language, sizeof info->language,
+                     language.empty() ? kDefaultLanguage : language);
+    if (osName == nullptr) {
+      return info->osName != nullptr;
+    }
+    return recognise(info, osName, GUESS_VERSION_UNKNOWN);
+  });
+}
