@@ -5,14 +5,19 @@
 
 #include "guestprep/autoinstall.h"
 #include "guestprep/guess.h"
+#include "guestprep/toolsversion.h"
 #include "guestprep/types.h"
 
 int main(void) {
   GuessInfo info;
   Bool b = FALSE;
+  ToolsVersionStatus tools = TOOLS_STATUS_UNKNOWN;
   const char *name = Guess_GetSubString(GUESS_VERSION_DUMMY_LAST);
   (void)info;
   (void)b;
+  if (tools != 9) {
+    return 1;
+  }
   if (SUB_NAMES[21] != name) {
     return 1;
   }

@@ -466,4 +466,40 @@ TEST(ToolsStatus, DiagnosticTables) {
       c.log.lines());
 }
 
+TEST(ToolsStatusCommand, ExampleManifests) {
+  using gp::test::shellQuote;
+  using gp::test::sourcePath;
+  std::string base =
+      std::string(GP_CLI) + " tools-status --host " +
+      shellQuote(sourcePath("examples/tools/host-manifest.txt")) + " --guest ";
+  std::string avr =
+      " --avr " + shellQuote(sourcePath("examples/tools/avr.txt"));
+  std::string guest =
+      shellQuote(sourcePath("examples/tools/guest-manifest.txt"));
+  std::string out;
+  ASSERT_EQ(0, gp::test::runCommand(base + guest + avr + " --json 2>&1", &out));
+  EXPECT_NE(std::string::npos,
+            out.find("ToolsVersion: Status is supported old because this is "
+                     "status of monolithic version, and netdrv is missing "
+                     "from the guest.\n"))
+      << out;
+  EXPECT_NE(std::string::npos,
+            out.find("\"overall\":\"supported old\",\"status\":2,"
+                     "\"statusName\":\"TOOLS_STATUS_SUPPORTED_OLD\"}"))
+      << out;
+  out.clear();
+  ASSERT_EQ(0, gp::test::runCommand(base + guest + " 2>/dev/null", &out));
+  EXPECT_NE(std::string::npos,
+            out.find("Public status:  1 TOOLS_STATUS_TOO_OLD"))
+      << out;
+  out.clear();
+  EXPECT_EQ(1, gp::test::runCommand(base + "/nonexistent 2>&1", &out));
+  EXPECT_NE(std::string::npos,
+            out.find("Error loading dictionary for guest manifest: "
+                     "/nonexistent: No such file or directory.\n"))
+      << out;
+  EXPECT_EQ(2, gp::test::runCommand(std::string(GP_CLI) +
+                                    " tools-status --host x 2>/dev/null"));
+}
+
 }  // namespace
