@@ -318,12 +318,6 @@ TEST(ToolsStatus, PrecedenceOfTheOverallStatus) {
     ToolsVersionStatus status;
     Lines log;
   } cases[] = {
-      {"monolithic supported old alone",
-       "monolithic.version = 8.3\n",
-       "monolithic.version = 8.0\n",
-       "monolithic.version = 8.1\n",
-       TOOLS_STATUS_CURRENT,
-       {}},
       {"all current, monolithic supported old",
        "monolithic.version = 8.3\na.version = 1\n",
        "monolithic.version = 8.0\n",
