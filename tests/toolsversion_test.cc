@@ -118,7 +118,7 @@ TEST(ToolsManifest, EntryRulesOfTheHostManifestAreLogged) {
       "nodot = 1\n"
       "tools.flavour = x\n"
       "zero.version = 1.0#0\n"
-      "zero.version = 2.0\n"
+      "zero.Version = 2.0\n"
       "big.version = 1.99999999999999999999999999999999999999999\n"
       ".encoding = \"UTF-8\"\n");
   EXPECT_EQ((Lines{
