@@ -51,7 +51,7 @@ void reportEntryError(const ToolsManifestContext *ctx, const char *error,
   }
 }
 
-// Step 2 of applying an entry: what the suffix means in this file. False
+// What the entry's suffix means in this kind of file. False
 // when the entry is an error or is consumed here (".log").
 bool classifyEntry(std::string_view name, std::string_view suffix,
                    const char *value, ToolsManifestContext *ctx,

@@ -77,7 +77,8 @@ void logResultLists(const ToolsStatusLists &lists) {
   }
 }
 
-// Step 9.4: the monolithic status stands when components are missing.
+// When components are missing from the guest, a supported monolithic
+// status stands for the whole package.
 bool logMonolithicWithMissing(const ToolsStatusLists &lists,
                               uint32_t monoStatus) {
   const auto &missing = lists[TOOLS_COMPONENT_MISSING];
@@ -106,7 +107,8 @@ bool logMonolithicWithMissing(const ToolsStatusLists &lists,
   return true;
 }
 
-// Steps 1 to 3: the records that stand for the tools package as a whole.
+// The record that stands for the tools package as a whole: "monolithic",
+// completed from "legacy" (which goes) and the "upgrader" guest version.
 ToolsComponentPtr takeMonolithic(ToolsComponentTable *table) {
   ToolsComponentPtr mono = table->lookupAndDelete("monolithic");
   if (!mono) {
