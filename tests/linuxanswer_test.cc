@@ -64,8 +64,8 @@ struct Entries {
 
 Bool prepare(const Entries &e, const std::string &dir) {
   return AutoInstall_PrepareAnswerFileEx_Linux(
-      e.os, e.sub, dir.c_str(), e.user, e.fullName, e.password,
-      e.rootPassword, e.key, e.powerOff ? TRUE : FALSE);
+      e.os, e.sub, dir.c_str(), e.user, e.fullName, e.password, e.rootPassword,
+      e.key, e.powerOff ? TRUE : FALSE);
 }
 
 std::string answerPath(const Entries &e, const std::string &dir) {
@@ -104,7 +104,8 @@ TEST_F(LinuxAnswer, CompleteFilesMatchTheSavedCopies) {
       {"ks-fedora14.cfg", {"fedora-64", GUESS_VERSION_FEDORA_14_OR_HIGHER}},
       {"ks-asianux3.cfg", {"asianux3-64", GUESS_VERSION_UNKNOWN, "AX3"}},
       {"preseed.cfg", {"ubuntu-64", GUESS_VERSION_UBUNTU_710_OR_HIGHER}},
-      {"autoinst-sles11.xml", {"sles11-64", GUESS_VERSION_UNKNOWN, nullptr, true}},
+      {"autoinst-sles11.xml",
+       {"sles11-64", GUESS_VERSION_UNKNOWN, nullptr, true}},
       {"autoinst-sles10.xml", {"sles10", GUESS_VERSION_SLES_10_SP2_OR_LOWER}},
       {"autoinst-opensuse.xml", {"opensuse", GUESS_VERSION_UNKNOWN}},
       {"auto_i~1.cfg", {"mandriva", GUESS_VERSION_MANDRIVA_2008_0}},
@@ -160,13 +161,18 @@ TEST_F(LinuxAnswer, KickstartVersionChoices) {
   EXPECT_TRUE(hasLine(ks, "#%end"));
 
   // The key line: active from RHEL 5, the given key or --skip.
-  EXPECT_TRUE(hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, "AB-12"}), "key AB-12"));
-  EXPECT_TRUE(hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, ""}), "key --skip"));
-  EXPECT_TRUE(hasLine(write({"rhel4", GUESS_VERSION_UNKNOWN, "AB-12"}), "#key AB-12"));
+  EXPECT_TRUE(
+      hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, "AB-12"}), "key AB-12"));
+  EXPECT_TRUE(
+      hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, ""}), "key --skip"));
+  EXPECT_TRUE(
+      hasLine(write({"rhel4", GUESS_VERSION_UNKNOWN, "AB-12"}), "#key AB-12"));
 
   // Power off or reboot, on its own line.
-  EXPECT_TRUE(hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, nullptr, true}), "poweroff"));
-  EXPECT_TRUE(hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, nullptr, false}), "reboot"));
+  EXPECT_TRUE(hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, nullptr, true}),
+                      "poweroff"));
+  EXPECT_TRUE(hasLine(write({"rhel5", GUESS_VERSION_UNKNOWN, nullptr, false}),
+                      "reboot"));
 
   // An identifier without a release digit has no version: none of the
   // version-dependent lines is switched on.
@@ -219,7 +225,8 @@ TEST_F(LinuxAnswer, HostileEntriesKeepEachFileParseable) {
   e = entries("ubuntu", GUESS_VERSION_UBUNTU_710_OR_HIGHER);
   ASSERT_EQ(TRUE, prepare(e, dir));
   std::string preseed = readFile(dir + "/custom/preseed.cfg");
-  EXPECT_TRUE(hasLine(preseed, "ubiquity\tpasswd/user-fullname\tstring\t" + escaped));
+  EXPECT_TRUE(
+      hasLine(preseed, "ubiquity\tpasswd/user-fullname\tstring\t" + escaped));
   EXPECT_EQ(0, runCommand("debconf-set-selections -c " + dir +
                           "/custom/preseed.cfg 2>&1"));
 
@@ -227,18 +234,21 @@ TEST_F(LinuxAnswer, HostileEntriesKeepEachFileParseable) {
   e = entries("opensuse-64", GUESS_VERSION_UNKNOWN);
   ASSERT_EQ(TRUE, prepare(e, dir));
   std::string forename;
-  ASSERT_EQ(0, runCommand("xmllint --noout " + dir + "/autoinst.xml && xmllint "
-                          "--xpath \"string((//*[local-name()='forename'])[2])\" " +
-                              dir + "/autoinst.xml",
-                          &forename));
+  ASSERT_EQ(
+      0,
+      runCommand("xmllint --noout " + dir +
+                     "/autoinst.xml && xmllint "
+                     "--xpath \"string((//*[local-name()='forename'])[2])\" " +
+                     dir + "/autoinst.xml",
+                 &forename));
   EXPECT_EQ(std::string(fullName) + "\n", forename);
 
   e = entries("mandriva-64", GUESS_VERSION_UNKNOWN);
   ASSERT_EQ(TRUE, prepare(e, dir));
   std::string perl;
-  EXPECT_EQ(0, runCommand("perl -cw " + shellQuote(dir + "/auto_i~1.cfg") +
-                              " 2>&1",
-                          &perl))
+  EXPECT_EQ(
+      0, runCommand("perl -cw " + shellQuote(dir + "/auto_i~1.cfg") + " 2>&1",
+                    &perl))
       << perl;
   EXPECT_TRUE(hasLine(readFile(dir + "/auto_i~1.cfg"),
                       "\t\t      'realname' => \"" + escaped + "\","));
@@ -297,12 +307,15 @@ TEST_F(LinuxAnswer, FileHandlingAndRefusals) {
   // No answer file for other guests; the directory is still made first.
   EXPECT_EQ(FALSE, prepare({"debian5"}, dir));
   EXPECT_EQ(FALSE, prepare({nullptr}, dir));
-  EXPECT_EQ(0, runCommand("test -d " + dir + " && test -z \"$(ls -A " + dir + ")\""));
+  EXPECT_EQ(
+      0, runCommand("test -d " + dir + " && test -z \"$(ls -A " + dir + ")\""));
 
   for (int i = 0; i < 4; ++i) {
     Entries e = ks;
-    (i == 0 ? e.user : i == 1 ? e.fullName : i == 2 ? e.password
-                                                     : e.rootPassword) = nullptr;
+    (i == 0   ? e.user
+     : i == 1 ? e.fullName
+     : i == 2 ? e.password
+              : e.rootPassword) = nullptr;
     EXPECT_EQ(FALSE, prepare(e, dir)) << i;
   }
   EXPECT_EQ(FALSE, AutoInstall_PrepareAnswerFileEx_Linux(
@@ -367,7 +380,8 @@ TEST_F(LinuxAnswer, CommandLineWritesAndPrintsThePath) {
   std::string out;
   EXPECT_EQ(0, runCommand(std::string(GP_CLI) +
                               " answer-file --os ubuntu-64 --sub-version 4"
-                              " --out " + dir +
+                              " --out " +
+                              dir +
                               " --user jdoe --full-name 'John Doe'"
                               " --password pw --root-password rpw --power-off",
                           &out));
@@ -378,10 +392,11 @@ TEST_F(LinuxAnswer, CommandLineWritesAndPrintsThePath) {
                           " answer-file --os debian5 --out " + dir +
                           " --user u --full-name f --password p"
                           " --root-password r 2>/dev/null"));
-  EXPECT_EQ(2, runCommand(std::string(GP_CLI) +
-                          " answer-file --os rhel5 --sub-version 99 --out " +
-                          dir + " --user u --full-name f --password p"
-                                " --root-password r 2>/dev/null"));
+  EXPECT_EQ(2,
+            runCommand(std::string(GP_CLI) +
+                       " answer-file --os rhel5 --sub-version 99 --out " + dir +
+                       " --user u --full-name f --password p"
+                       " --root-password r 2>/dev/null"));
 }
 
 }  // namespace

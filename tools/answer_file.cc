@@ -17,9 +17,14 @@ constexpr const char kName[] = "answer-file";
 int answerFile(const Args &args) {
   // Options that take a value; --power-off is the only flag.
   std::map<std::string, std::string> values = {
-      {"--os", ""},       {"--sub-version", "0"}, {"--out", ""},
-      {"--user", ""},     {"--full-name", ""},    {"--password", ""},
-      {"--root-password", ""}, {"--product-key", ""},
+      {"--os", ""},
+      {"--sub-version", "0"},
+      {"--out", ""},
+      {"--user", ""},
+      {"--full-name", ""},
+      {"--password", ""},
+      {"--root-password", ""},
+      {"--product-key", ""},
   };
   std::map<std::string, bool> given;
   bool powerOff = false;
@@ -46,10 +51,10 @@ int answerFile(const Args &args) {
   }
   const std::string &subText = values["--sub-version"];
   long sub = str::parseLong(subText);
-  if (subText.find_first_not_of("0123456789") != std::string::npos ||
-      sub < 0 || sub >= GUESS_VERSION_DUMMY_LAST) {
-    std::fprintf(stderr, "guestprep %s: --sub-version must be 0 to %d\n",
-                 kName, GUESS_VERSION_DUMMY_LAST - 1);
+  if (subText.find_first_not_of("0123456789") != std::string::npos || sub < 0 ||
+      sub >= GUESS_VERSION_DUMMY_LAST) {
+    std::fprintf(stderr, "guestprep %s: --sub-version must be 0 to %d\n", kName,
+                 GUESS_VERSION_DUMMY_LAST - 1);
     return usageError(kName);
   }
 

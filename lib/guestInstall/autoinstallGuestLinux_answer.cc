@@ -1,10 +1,11 @@
 // Writing the answer file of a Linux guest: the kind's template filled
 // with the user's entries, password hashes and per-version choices.
+#include "lib/guestInstall/autoinstallGuestLinux_answer.h"
+
 #include <cerrno>
 #include <cstring>
 
 #include "guestprep/autoinstall.h"
-#include "lib/guestInstall/autoinstallGuestLinux_answer.h"
 #include "platform/abi.h"
 #include "platform/fatal.h"
 #include "platform/hostio.h"
@@ -111,32 +112,31 @@ bool prepareValues(const LinuxAnswerInput &in, PreparedValues &v) {
   return true;
 }
 
-std::string kickstartText(const LinuxAnswerInput &in,
-                          const PreparedValues &v) {
+std::string kickstartText(const LinuxAnswerInput &in, const PreparedValues &v) {
   const KickstartMarks m = kickstartMarks(in.osName, in.subVersion);
   const bool fedora14 = in.subVersion == GUESS_VERSION_FEDORA_14_OR_HIGHER;
   const bool haveKey = in.productKey != nullptr && in.productKey[0] != '\0';
   return autoInstallFillTemplate(
       kKickstartTemplate,
       {
-          onOff(m.upTo4, "", "#"),                 // langsupport
-          onOff(m.newSyntax, "#", ""),             // zerombr yes
-          onOff(fedora14, "", "#"),                // part biosboot
-          onOff(m.upTo4, "", "#"),                 // mouse
-          onOff(m.newSyntax, "#", ""),             // --resolution
-          v.rootPasswordHash,                      // rootpw
-          onOff(in.powerOff, "poweroff", "reboot"),
-          onOff(m.from5, "", "#"),                 // key
-          haveKey ? in.productKey : "--skip",
-          onOff(m.upTo4, " --resolvedeps", ""),    // %packages
-          kickstartPackages(in.osName, in.subVersion, m),
-          onOff(m.newSyntax, "", "#"),             // %end of %packages
-          in.userName,                             // adduser
-          v.passwordHash,                          // usermod -p
-          in.userName,
-          v.fullName,                              // chfn -f
-          in.userName,
-          onOff(m.newSyntax, "", "#"),             // %end of %post
+          onOff(m.upTo4, "", "#"),                         // langsupport
+          onOff(m.newSyntax, "#", ""),                     // zerombr yes
+          onOff(fedora14, "", "#"),                        // part biosboot
+          onOff(m.upTo4, "", "#"),                         // mouse
+          onOff(m.newSyntax, "#", ""),                     // --resolution
+          v.rootPasswordHash,                              // rootpw
+          onOff(in.powerOff, "poweroff", "reboot"),        // own line
+          onOff(m.from5, "", "#"),                         // key
+          haveKey ? in.productKey : "--skip",              // key value
+          onOff(m.upTo4, " --resolvedeps", ""),            // %packages
+          kickstartPackages(in.osName, in.subVersion, m),  // packages
+          onOff(m.newSyntax, "", "#"),                     // %end of %packages
+          in.userName,                                     // adduser
+          v.passwordHash,                                  // usermod -p
+          in.userName,                                     // usermod
+          v.fullName,                                      // chfn -f
+          in.userName,                                     // chfn
+          onOff(m.newSyntax, "", "#"),                     // %end of %post
       });
 }
 
@@ -148,9 +148,9 @@ bool preseedText(const LinuxAnswerInput &in, const PreparedValues &v,
   if (hash == nullptr) {
     return false;
   }
-  out = autoInstallFillTemplate(
-      kPreseedTemplate, {v.fullName, in.userName, hash,
-                         onOff(in.powerOff, "poweroff", "reboot")});
+  out = autoInstallFillTemplate(kPreseedTemplate,
+                                {v.fullName, in.userName, hash,
+                                 onOff(in.powerOff, "poweroff", "reboot")});
   return true;
 }
 
@@ -164,10 +164,7 @@ std::string autoyastText(AutoInstallLinuxKind kind, const LinuxAnswerInput &in,
           autoyastPatterns(in.osName, in.subVersion),
           onOff(in.powerOff, "true", "false"),
           onOff(startsWith(in.osName, "sles"), "gdm", "kdm"),
-          v.rootPasswordHash,
-          v.passwordHash,
-          in.userName,
-          in.fullName,
+          v.rootPasswordHash, v.passwordHash, in.userName, in.fullName,
           onOff(kind == LINUX_KIND_SUSE10, "hda", "sr0"),  // tools CD
       });
 }
@@ -202,7 +199,8 @@ bool prepareAnswerFile(const char *osName, GuessVersion subVersion,
   if (kind == LINUX_KIND_NONE) {
     return false;
   }
-  if (kind == LINUX_KIND_UBUNTU && !makeOneDirectory(joinPath(outDir, "custom"))) {
+  if (kind == LINUX_KIND_UBUNTU &&
+      !makeOneDirectory(joinPath(outDir, "custom"))) {
     return false;
   }
   const std::string path = autoInstallLinuxAnswerPath(kind, outDir);
@@ -220,9 +218,8 @@ bool prepareAnswerFile(const char *osName, GuessVersion subVersion,
     return false;
   }
 
-  const LinuxAnswerInput in = {osName,   subVersion,   userName,
-                               fullName, password,     rootPassword,
-                               productKey, powerOff};
+  const LinuxAnswerInput in = {osName,   subVersion,   userName,   fullName,
+                               password, rootPassword, productKey, powerOff};
   std::string text;
   if (!autoInstallLinuxAnswerText(kind, in, text)) {
     return false;
@@ -248,7 +245,8 @@ std::string autoInstallEscapeQuotes(std::string_view text) {
 }
 
 std::string autoInstallFillTemplate(
-    const char *answerTemplate, std::initializer_list<std::string_view> values) {
+    const char *answerTemplate,
+    std::initializer_list<std::string_view> values) {
   std::string out;
   size_t valueBytes = 0;
   for (std::string_view value : values) {

@@ -60,8 +60,8 @@ std::string autoInstallEscapeQuotes(std::string_view text);
 // Replaces the template's placeholders with `values` in order and "%%"
 // with "%". A template whose placeholders do not match the values is a
 // programming error and stops the process.
-std::string autoInstallFillTemplate(const char *answerTemplate,
-                                    std::initializer_list<std::string_view> values);
+std::string autoInstallFillTemplate(
+    const char *answerTemplate, std::initializer_list<std::string_view> values);
 
 // The user's entries for one answer file; every pointer but productKey
 // must be non-null.

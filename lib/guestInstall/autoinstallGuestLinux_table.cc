@@ -89,7 +89,8 @@ const AutoInstallLinuxAnswer kLinuxAnswers[kLinuxKindCount] = {
 
 }  // namespace
 
-const AutoInstallLinuxAnswer &autoInstallLinuxAnswer(AutoInstallLinuxKind kind) {
+const AutoInstallLinuxAnswer &autoInstallLinuxAnswer(
+    AutoInstallLinuxKind kind) {
   if (static_cast<uint32_t>(kind) >= kLinuxKindCount) {
     GP_NOT_REACHED(kLinuxModule);
   }
