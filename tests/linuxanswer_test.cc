@@ -195,6 +195,40 @@ TEST_F(LinuxAnswer, AutoyastChoices) {
       xml, "      <final_halt config:type=\"boolean\">true</final_halt>"));
 }
 
+// A swapped user and administrator password would go unnoticed until the
+// guest refuses its logins; check each place against openssl's hash.
+TEST_F(LinuxAnswer, EachPasswordLandsInItsPlace) {
+  auto md5crypt = [](const std::string &password) {
+    std::string hash;
+    EXPECT_EQ(0, runCommand(
+                     "openssl passwd -1 -salt ABCDEFGH " + shellQuote(password),
+                     &hash));
+    return hash.substr(0, hash.size() - 1);
+  };
+  const std::string user = md5crypt("s3cret");
+  const std::string root = md5crypt("r00t!");
+
+  std::string ks = write({"rhel5"});
+  EXPECT_TRUE(hasLine(ks, "rootpw --iscrypted " + root));
+  EXPECT_TRUE(hasLine(ks, "/usr/sbin/usermod -p '" + user + "' jdoe"));
+  EXPECT_TRUE(
+      hasLine(write({"ubuntu"}),
+              "ubiquity\tpasswd/user-password-crypted password " + user));
+  std::string xml = write({"sles11"});
+  size_t rootAt = xml.find("<user_password>" + root + "</user_password>");
+  size_t userAt = xml.find("<user_password>" + user + "</user_password>");
+  size_t rootUserEnd = xml.find("</user>");
+  EXPECT_LT(rootAt, rootUserEnd);
+  EXPECT_GT(userAt, rootUserEnd);
+  EXPECT_NE(std::string::npos, userAt);
+  std::string perl = write({"mandriva"});
+  size_t superuser = perl.find("'superuser'");
+  size_t rootPlain = perl.find("'password' => \"r00t!\"");
+  EXPECT_LT(perl.find("'password' => \"s3cret\""), superuser);
+  EXPECT_GT(rootPlain, superuser);
+  EXPECT_NE(std::string::npos, rootPlain);
+}
+
 // User entries go in through the quote escaping only; with quotes,
 // backslashes, dollar signs, XML-special characters and non-ASCII text in
 // them, every file must still be read correctly by its own tool.

@@ -162,10 +162,13 @@ std::string autoyastText(AutoInstallLinuxKind kind, const LinuxAnswerInput &in,
       kAutoyastTemplate,
       {
           autoyastPatterns(in.osName, in.subVersion),
-          onOff(in.powerOff, "true", "false"),
-          onOff(startsWith(in.osName, "sles"), "gdm", "kdm"),
-          v.rootPasswordHash, v.passwordHash, in.userName, in.fullName,
-          onOff(kind == LINUX_KIND_SUSE10, "hda", "sr0"),  // tools CD
+          onOff(in.powerOff, "true", "false"),                 // final_halt
+          onOff(startsWith(in.osName, "sles"), "gdm", "kdm"),  // display
+          v.rootPasswordHash,                                  // root
+          v.passwordHash,                                      // the user
+          in.userName,                                         // username
+          in.fullName,                                         // forename
+          onOff(kind == LINUX_KIND_SUSE10, "hda", "sr0"),      // tools CD
       });
 }
 
