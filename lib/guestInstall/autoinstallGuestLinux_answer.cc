@@ -47,7 +47,7 @@ KickstartMarks kickstartMarks(const char *osName, GuessVersion subVersion) {
   } else if (centos) {
     major = 3 + (subVersion - GUESS_VERSION_CENTOS_3);
   }
-  if (major >= 0) {
+  if (m.isRhelLike && major >= 0) {
     m.upTo4 = major <= 4;
     m.from5 = major >= 5;
     m.from6 = major >= 6;
