@@ -5,6 +5,7 @@
 
 #include "guestprep/autoinstall.h"
 #include "guestprep/guess.h"
+#include "guestprep/iniutil.h"
 #include "guestprep/types.h"
 
 int main(void) {
@@ -13,6 +14,10 @@ int main(void) {
   const char *name = Guess_GetSubString(GUESS_VERSION_DUMMY_LAST);
   (void)info;
   (void)b;
+  int32_t number = 0;
+  if (IniUtil_GetIniFileInt("/nonexistent/file.ini", "s", "k", &number)) {
+    return 1;
+  }
   if (SUB_NAMES[21] != name) {
     return 1;
   }
