@@ -224,7 +224,7 @@ bool getIniFileString(const char *path, const char *section, const char *key,
     if (value.size() >= 2 && value.front() == '"' && value.back() == '"') {
       value = value.substr(1, value.size() - 2);
     }
-    std::memcpy(buffer, value.data(), value.size());
+    std::copy(value.begin(), value.end(), buffer);
     buffer[value.size()] = '\0';
     return true;
   }
