@@ -105,6 +105,9 @@ Error parseGeometry(const uint8_t *s, size_t fileSize, Geometry &g) {
   if (g.sectorsPerFat == 0 || g.rootEntries == 0) {
     return FAT_ERR_UNSUPPORTED;  // FAT32 keeps these in other fields
   }
+  if (g.rootEntries > kMaxDirSlots) {
+    return FAT_ERR_BAD_IMAGE;
+  }
   uint64_t volumeBytes = uint64_t{g.totalSectors} * g.bytesPerSector;
   if (volumeBytes > kMaxVolumeBytes) {
     return FAT_ERR_UNSUPPORTED;

@@ -22,9 +22,10 @@ constexpr uint8_t kAttrLongName = 0x0F;
 constexpr uint8_t kDeleted = 0xE5;
 constexpr uint8_t kCaseLowerBase = 0x08;
 constexpr uint8_t kCaseLowerExt = 0x10;
-// A directory never has more slots than this, so a walk over one is
-// bounded whatever its chain claims.
-constexpr uint32_t kMaxDirSlots = 65536;
+// Slots of one directory that are looked at. A floppy's directories hold
+// far fewer; the bound keeps listing a hostile directory and looking up
+// each of its names from taking minutes.
+constexpr uint32_t kMaxDirSlots = 4096;
 
 // Geometry from the boot sector, checked for consistency before use.
 struct Geometry {

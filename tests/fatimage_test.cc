@@ -353,7 +353,8 @@ TEST_F(HostileImageTest, BadGeometryIsRefused) {
       {"no root directory", 17, 2, 0, FAT_ERR_UNSUPPORTED},
       {"more sectors than the file", 19, 2, 0xFFFF, FAT_ERR_BAD_IMAGE},
       {"FAT too small", 22, 2, 1, FAT_ERR_BAD_IMAGE},
-      {"no data area", 17, 2, 0xFFF0, FAT_ERR_BAD_IMAGE},
+      {"no data area", 19, 2, 33, FAT_ERR_BAD_IMAGE},
+      {"huge root directory", 17, 2, 0xFFF0, FAT_ERR_BAD_IMAGE},
   };
   for (const auto &c : cases) {
     bytes = good;
