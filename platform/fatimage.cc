@@ -32,7 +32,7 @@ constexpr uint32_t kFat12ClusterLimit = 4085;
 constexpr uint64_t kMaxVolumeBytes = 64u << 20;
 // Clean sectors between two dirty runs that are still written with them,
 // so a flush is one write rather than one per run.
-constexpr uint32_t kMergeGap = 64;
+constexpr uint32_t kMergeGap = 128;
 
 // The 1.44 MB layout that formatVolume() writes.
 constexpr uint32_t kSectorSize = 512;

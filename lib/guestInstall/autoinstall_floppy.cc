@@ -61,11 +61,14 @@ bool getFile(FatHandle dir, const char *name, const char *hostPath) {
   if (name == nullptr || hostPath == nullptr) {
     return false;
   }
+  // Declared first so that, on every path, the image file is closed before
+  // the host file.
+  UniqueFd host;
   ImageHandle file;
   if (fat::openFile(dir, name, file.out()) != fat::FAT_OK) {
     return false;
   }
-  UniqueFd host = openFile(hostPath, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  host = openFile(hostPath, O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (!host.valid()) {
     return false;
   }
