@@ -23,7 +23,8 @@ ssize_t countingPwrite(int fd, const void *buf, size_t count, off_t offset) {
 }
 
 void BM_FormatAndAddTenFiles(benchmark::State &state) {
-  std::string tmp = (std::filesystem::temp_directory_path() / "gpbench-XXXXXX").string();
+  std::string tmp =
+      (std::filesystem::temp_directory_path() / "gpbench-XXXXXX").string();
   if (mkdtemp(tmp.data()) == nullptr) {
     state.SkipWithError("mkdtemp failed");
     return;
@@ -40,7 +41,8 @@ void BM_FormatAndAddTenFiles(benchmark::State &state) {
   gWrites = 0;
   for (auto _ : state) {
     FatHandle volume = nullptr, root = nullptr;
-    if (fat::formatVolume(nullptr, image.c_str(), 1, 1, &volume) != fat::FAT_OK ||
+    if (fat::formatVolume(nullptr, image.c_str(), 1, 1, &volume) !=
+            fat::FAT_OK ||
         fat::openRootDirectory(volume, &root) != fat::FAT_OK) {
       state.SkipWithError("format failed");
       break;

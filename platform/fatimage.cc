@@ -1,16 +1,19 @@
 // Volumes of the FAT image service: the boot sector, the FAT, formatting,
 // opening, and writing changed sectors back.
+#include "platform/fatimage.h"
+
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
-#include "platform/fatimage.h"
 #include "platform/fatimage_internal.h"
 
 namespace gp::fat {
 namespace {
 
-uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+uint16_t le16(const uint8_t *p) {
+  return static_cast<uint16_t>(p[0] | p[1] << 8);
+}
 uint32_t le32(const uint8_t *p) {
   return p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24;
 }
@@ -54,9 +57,9 @@ void buildFloppy(std::vector<uint8_t> &image) {
   std::memcpy(b, jump, sizeof jump);
   std::memcpy(b + 3, "GUESTPRP", 8);
   put16(b + 11, kSectorSize);
-  b[13] = 1;      // sectors per cluster
+  b[13] = 1;         // sectors per cluster
   put16(b + 14, 1);  // reserved sectors
-  b[16] = 2;      // FAT copies
+  b[16] = 2;         // FAT copies
   put16(b + 17, kFloppyRootEntries);
   put16(b + 19, kFloppySectors);
   b[21] = kFloppyMedia;
@@ -98,8 +101,8 @@ Error parseGeometry(const uint8_t *s, size_t fileSize, Geometry &g) {
   g.sectorsPerFat = le16(s + 22);
   if (g.bytesPerSector < 512 || g.bytesPerSector > 4096 ||
       !isPowerOfTwo(g.bytesPerSector) || !isPowerOfTwo(g.sectorsPerCluster) ||
-      g.clusterBytes() > 65536 || g.reservedSectors == 0 ||
-      g.fatCount == 0 || g.fatCount > 4 || g.totalSectors == 0) {
+      g.clusterBytes() > 65536 || g.reservedSectors == 0 || g.fatCount == 0 ||
+      g.fatCount > 4 || g.totalSectors == 0) {
     return FAT_ERR_BAD_IMAGE;
   }
   if (g.sectorsPerFat == 0 || g.rootEntries == 0) {
@@ -185,8 +188,8 @@ Error Volume::flush() {
 }
 
 uint32_t Volume::fatEntry(uint32_t cluster) const {
-  size_t off = size_t{geo.reservedSectors} * geo.bytesPerSector +
-               cluster + cluster / 2;
+  size_t off =
+      size_t{geo.reservedSectors} * geo.bytesPerSector + cluster + cluster / 2;
   uint32_t v = bytes[off] | bytes[off + 1] << 8;
   return (cluster & 1) ? v >> 4 : v & 0xFFF;
 }
@@ -194,9 +197,9 @@ uint32_t Volume::fatEntry(uint32_t cluster) const {
 void Volume::setFatEntry(uint32_t cluster, uint32_t value) {
   // Every copy is kept identical.
   for (uint32_t copy = 0; copy < geo.fatCount; ++copy) {
-    uint32_t off = (geo.reservedSectors + copy * geo.sectorsPerFat) *
-                       geo.bytesPerSector +
-                   cluster + cluster / 2;
+    uint32_t off =
+        (geo.reservedSectors + copy * geo.sectorsPerFat) * geo.bytesPerSector +
+        cluster + cluster / 2;
     uint8_t *p = at(off);
     if (cluster & 1) {
       p[0] = static_cast<uint8_t>((p[0] & 0x0F) | (value << 4 & 0xF0));
@@ -275,27 +278,42 @@ void fatTimestamp(uint16_t &date, uint16_t &time) {
   }
   date = static_cast<uint16_t>((tm.tm_year - 80) << 9 | (tm.tm_mon + 1) << 5 |
                                tm.tm_mday);
-  time = static_cast<uint16_t>(tm.tm_hour << 11 | tm.tm_min << 5 |
-                               tm.tm_sec / 2);
+  time =
+      static_cast<uint16_t>(tm.tm_hour << 11 | tm.tm_min << 5 | tm.tm_sec / 2);
 }
 
 const char *errorText(Error err) {
   switch (err) {
-    case FAT_OK: return "success";
-    case FAT_ERR_ARG: return "invalid argument";
-    case FAT_ERR_NOT_FOUND: return "not found";
-    case FAT_ERR_DISK_FULL: return "disk full";
-    case FAT_ERR_DIR_FULL: return "directory full";
-    case FAT_ERR_BAD_IMAGE: return "bad image";
-    case FAT_ERR_IO: return "I/O error";
-    case FAT_ERR_EXISTS: return "name exists";
-    case FAT_ERR_BAD_NAME: return "invalid name";
-    case FAT_ERR_READ_ONLY: return "read-only volume";
-    case FAT_ERR_IS_DIR: return "is a directory";
-    case FAT_ERR_NOT_DIR: return "not a directory";
-    case FAT_ERR_UNSUPPORTED: return "unsupported file system";
-    case FAT_ERR_TOO_LARGE: return "file too large";
-    default: return "unknown error";
+    case FAT_OK:
+      return "success";
+    case FAT_ERR_ARG:
+      return "invalid argument";
+    case FAT_ERR_NOT_FOUND:
+      return "not found";
+    case FAT_ERR_DISK_FULL:
+      return "disk full";
+    case FAT_ERR_DIR_FULL:
+      return "directory full";
+    case FAT_ERR_BAD_IMAGE:
+      return "bad image";
+    case FAT_ERR_IO:
+      return "I/O error";
+    case FAT_ERR_EXISTS:
+      return "name exists";
+    case FAT_ERR_BAD_NAME:
+      return "invalid name";
+    case FAT_ERR_READ_ONLY:
+      return "read-only volume";
+    case FAT_ERR_IS_DIR:
+      return "is a directory";
+    case FAT_ERR_NOT_DIR:
+      return "not a directory";
+    case FAT_ERR_UNSUPPORTED:
+      return "unsupported file system";
+    case FAT_ERR_TOO_LARGE:
+      return "file too large";
+    default:
+      return "unknown error";
   }
 }
 
@@ -393,7 +411,8 @@ Error openRootDirectory(FatHandle volume, FatHandle *dir) {
   if (volume == nullptr || volume->kind != FatObject::Kind::Volume) {
     return FAT_ERR_ARG;
   }
-  auto handle = std::make_unique<FatObject>(FatObject::Kind::Dir, volume->volume);
+  auto handle =
+      std::make_unique<FatObject>(FatObject::Kind::Dir, volume->volume);
   handle->root = true;
   Error err = refreshSlots(*handle);
   if (err != FAT_OK) {

@@ -29,7 +29,8 @@ bool visible(FatObject &dir, uint32_t index) {
   }
   const uint8_t *e = slotEntry(dir, index);
   uint8_t attr = e[11];
-  return e[0] != kDeleted && e[0] != '.' && (attr & kAttrLongName) != kAttrLongName &&
+  return e[0] != kDeleted && e[0] != '.' &&
+         (attr & kAttrLongName) != kAttrLongName &&
          (attr & kAttrVolumeLabel) == 0;
 }
 
@@ -166,8 +167,8 @@ Error refreshSlots(FatObject &dir) {
       return err;
     }
     for (uint32_t c : clusters) {
-      for (uint32_t off = 0; off < g.clusterBytes() &&
-                             dir.slots.size() < kMaxDirSlots;
+      for (uint32_t off = 0;
+           off < g.clusterBytes() && dir.slots.size() < kMaxDirSlots;
            off += kDirEntrySize) {
         dir.slots.push_back(vol.clusterOffset(c) + off);
       }
@@ -223,7 +224,9 @@ Error addEntry(FatObject &dir, std::string_view name, uint8_t attributes,
   Found existing;
   if (err == FAT_OK) {
     err = findEntry(dir, name, existing);
-    err = err == FAT_OK ? FAT_ERR_EXISTS : err == FAT_ERR_NOT_FOUND ? FAT_OK : err;
+    err = err == FAT_OK              ? FAT_ERR_EXISTS
+          : err == FAT_ERR_NOT_FOUND ? FAT_OK
+                                     : err;
   }
   uint8_t shortName[11], caseBits;
   bool needsLongName = false;

@@ -146,9 +146,10 @@ Error readFile(FatHandle file, uint32_t offset, void *buffer, uint32_t length,
   uint32_t n = std::min(length, node.size - offset);
   Volume &vol = *file->volume;
   auto *out = static_cast<uint8_t *>(buffer);
-  forEachPiece(vol, node, offset, n, [&](uint32_t at, uint32_t len, uint32_t pos) {
-    std::memcpy(out + pos, vol.at(at), len);
-  });
+  forEachPiece(vol, node, offset, n,
+               [&](uint32_t at, uint32_t len, uint32_t pos) {
+                 std::memcpy(out + pos, vol.at(at), len);
+               });
   *done = n;
   return FAT_OK;
 }

@@ -54,8 +54,8 @@ struct Volume {
   UniqueFd fd;
   bool writable = false;
   Geometry geo;
-  std::vector<uint8_t> bytes;   // the whole volume
-  std::vector<uint8_t> dirty;   // one flag per sector
+  std::vector<uint8_t> bytes;  // the whole volume
+  std::vector<uint8_t> dirty;  // one flag per sector
   bool anyDirty = false;
   uint32_t allocHint = 2;
   // Bumped whenever a directory changes shape, so cached slot lists of

@@ -1,11 +1,12 @@
 // Names on a FAT volume: 8.3 short names with their case bits, long names
 // in UTF-16 pieces, and the short alias generated for a long name.
+#include "platform/fatimage_names.h"
+
 #include <algorithm>
 #include <cstring>
 #include <string>
 
 #include "platform/fatimage_internal.h"
-#include "platform/fatimage_names.h"
 
 namespace gp::fat {
 namespace {
@@ -62,8 +63,8 @@ void appendUtf8(std::string &out, uint32_t cp) {
 
 bool forbiddenInName(uint32_t unit) {
   return unit < 0x20 || unit == 0x7F ||
-         (unit < 0x80 && std::strchr("\"*/:<>?\\|", static_cast<int>(unit)) !=
-                             nullptr);
+         (unit < 0x80 &&
+          std::strchr("\"*/:<>?\\|", static_cast<int>(unit)) != nullptr);
 }
 
 bool shortNameFits(std::string_view name, uint8_t shortName[11],
@@ -193,8 +194,7 @@ bool unitsToUtf8(const std::u16string &units, std::string &out) {
 
 Error checkNewName(std::string_view name, std::u16string &units) {
   if (!utf8ToUnits(name, units) || units.empty() || units.size() > 255 ||
-      name == "." || name == ".." || name.back() == '.' ||
-      name.back() == ' ') {
+      name == "." || name == ".." || name.back() == '.' || name.back() == ' ') {
     return FAT_ERR_BAD_NAME;
   }
   for (char16_t u : units) {
@@ -266,8 +266,8 @@ void aliasWithTail(const uint8_t basis[11], uint32_t n, uint8_t out[11]) {
   std::memcpy(out + keep, tail.data(), tail.size());
 }
 
-void packLongNamePiece(const std::u16string &units, uint32_t piece,
-                       bool last, uint8_t checksum, uint8_t *entry) {
+void packLongNamePiece(const std::u16string &units, uint32_t piece, bool last,
+                       uint8_t checksum, uint8_t *entry) {
   static const uint8_t kOffsets[13] = {1,  3,  5,  7,  9,  14, 16,
                                        18, 20, 22, 24, 28, 30};
   std::memset(entry, 0, kDirEntrySize);
@@ -276,7 +276,7 @@ void packLongNamePiece(const std::u16string &units, uint32_t piece,
   entry[13] = checksum;
   for (uint32_t k = 0; k < 13; ++k) {
     size_t idx = size_t{piece - 1} * 13 + k;
-    uint16_t u = idx < units.size() ? units[idx]
+    uint16_t u = idx < units.size()    ? units[idx]
                  : idx == units.size() ? 0x0000
                                        : 0xFFFF;
     entry[kOffsets[k]] = static_cast<uint8_t>(u);

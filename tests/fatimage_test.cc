@@ -1,6 +1,8 @@
 // The FAT image service, checked against dosfstools and mtools: every image
 // it writes must pass fsck.fat and read back the same with mtools, and it
 // must read what mkfs.fat and mcopy made. Hostile images end in an error.
+#include "platform/fatimage.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -9,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/fatimage.h"
 #include "platform/hostio.h"
 #include "support/fatcheck.h"
 #include "support/fixtures.h"
@@ -50,14 +51,16 @@ Error putFile(FatHandle dir, const std::string &name, const std::string &data) {
   return e != FAT_OK ? e : c;
 }
 
-std::string getFile(FatHandle dir, const std::string &name, Error *err = nullptr) {
+std::string getFile(FatHandle dir, const std::string &name,
+                    Error *err = nullptr) {
   H f;
   std::string out;
   Error e = openFile(dir, name.c_str(), f.out());
   char buf[700];
   uint32_t got = 0;
   while (e == FAT_OK &&
-         (e = readFile(f.h, out.size(), buf, sizeof buf, &got)) == FAT_OK && got) {
+         (e = readFile(f.h, out.size(), buf, sizeof buf, &got)) == FAT_OK &&
+         got) {
     out.append(buf, got);
   }
   if (err) *err = e;
@@ -76,7 +79,8 @@ std::vector<Listed> list(FatHandle dir) {
     uint8_t present = 0, isDir = 0;
     char *name = nullptr;
     uint64_t size = 0;
-    EXPECT_EQ(FAT_OK, catalogEntry(dir, i, &present, &name, &isDir, &size, nullptr));
+    EXPECT_EQ(FAT_OK,
+              catalogEntry(dir, i, &present, &name, &isDir, &size, nullptr));
     if (present) out.push_back({name, size, isDir != 0});
     free(name);
   }
@@ -171,11 +175,12 @@ TEST_F(FatImageTest, NamesAndContentMatchMtools) {
   EXPECT_EQ(files[3].second, getFile(root.h, "alongf~1.txt"));
   H f;
   EXPECT_EQ(FAT_ERR_EXISTS, createFile(root.h, "Preseed.Cfg", f.out()));
-  for (const char *bad : {"", ".", "..", "a/b", "a\\b", "x?", "end.", "tab\t",
-                          "\xC3(bad-utf8"}) {
+  for (const char *bad :
+       {"", ".", "..", "a/b", "a\\b", "x?", "end.", "tab\t", "\xC3(bad-utf8"}) {
     EXPECT_EQ(FAT_ERR_BAD_NAME, createFile(root.h, bad, f.out())) << bad;
   }
-  EXPECT_EQ(FAT_ERR_BAD_NAME, createFile(root.h, std::string(256, 'n').c_str(), f.out()));
+  EXPECT_EQ(FAT_ERR_BAD_NAME,
+            createFile(root.h, std::string(256, 'n').c_str(), f.out()));
 }
 
 TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
@@ -185,7 +190,8 @@ TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
   gp::test::writeFile(tmp / "small", small);
   ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "big", "Driver Package.inf"));
   ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "small", "txtsetup.oem"));
-  ASSERT_EQ(0, gp::test::runCommand("MTOOLS_SKIP_CHECK=1 mmd -i " + image + " ::/sub"));
+  ASSERT_EQ(0, gp::test::runCommand("MTOOLS_SKIP_CHECK=1 mmd -i " + image +
+                                    " ::/sub"));
   ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "big", "sub/inner.bin"));
   ASSERT_EQ(FAT_OK, reopen(0));
   auto ours = list(root.h);
@@ -217,7 +223,8 @@ TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
   ASSERT_EQ(FAT_OK, reopen(1));
   ASSERT_EQ(FAT_OK, openDirectory(root.h, "sub", sub.out()));
   for (int i = 0; i < 70; ++i) {
-    ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x")) << i;
+    ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x"))
+        << i;
   }
   expectClean();
   std::string back;
@@ -250,7 +257,8 @@ TEST_F(FatImageTest, WritesAtOffsetsGrowTheChain) {
   EXPECT_EQ(expect, back);
   EXPECT_EQ(expect, getFile(root.h, "sparse.bin"));
   ASSERT_EQ(FAT_OK, openFile(root.h, "sparse.bin", f.out()));
-  EXPECT_EQ(FAT_ERR_TOO_LARGE, writeFile(f.h, 0xFFFFFFF0u, "0123456789abcdefg", 17, &done));
+  EXPECT_EQ(FAT_ERR_TOO_LARGE,
+            writeFile(f.h, 0xFFFFFFF0u, "0123456789abcdefg", 17, &done));
   expectClean();
 }
 
@@ -259,7 +267,8 @@ TEST_F(FatImageTest, FullDiskAndFullRootAreCleanErrors) {
   std::string big = pattern(1400 * 1024, 3);
   ASSERT_EQ(FAT_OK, putFile(root.h, "big.bin", big));
   uint64_t before = freeBytes(vol.h);
-  EXPECT_EQ(FAT_ERR_DISK_FULL, putFile(root.h, "more.bin", pattern(before + 1, 4)));
+  EXPECT_EQ(FAT_ERR_DISK_FULL,
+            putFile(root.h, "more.bin", pattern(before + 1, 4)));
   EXPECT_EQ(before, freeBytes(vol.h));  // nothing allocated by the failed write
   EXPECT_EQ(FAT_OK, putFile(root.h, "fits.bin", pattern(before, 5)));
   EXPECT_EQ(0u, freeBytes(vol.h));
@@ -268,7 +277,8 @@ TEST_F(FatImageTest, FullDiskAndFullRootAreCleanErrors) {
 
   ASSERT_EQ(FAT_OK, reopen());
   for (int i = 3; i < 224; ++i) {
-    ASSERT_EQ(FAT_OK, putFile(root.h, "f" + std::to_string(i) + ".txt", "")) << i;
+    ASSERT_EQ(FAT_OK, putFile(root.h, "f" + std::to_string(i) + ".txt", ""))
+        << i;
   }
   H f;
   EXPECT_EQ(FAT_ERR_DIR_FULL, createFile(root.h, "one.txt", f.out()));
@@ -304,7 +314,8 @@ class HostileImageTest : public FatImageTest {
   std::string bytes;
   void SetUp() override {
     format();
-    ASSERT_EQ(FAT_OK, putFile(root.h, "three.bin", pattern(1500, 1)));  // 2, 3, 4
+    ASSERT_EQ(FAT_OK,
+              putFile(root.h, "three.bin", pattern(1500, 1)));  // 2, 3, 4
     root.done();
     vol.done();
     bytes = gp::test::readFile(image);
@@ -358,8 +369,10 @@ TEST_F(HostileImageTest, BadGeometryIsRefused) {
   };
   for (const auto &c : cases) {
     bytes = good;
-    if (c.width == 1) bytes[c.off] = static_cast<char>(c.value);
-    else put16(c.off, static_cast<uint16_t>(c.value));
+    if (c.width == 1)
+      bytes[c.off] = static_cast<char>(c.value);
+    else
+      put16(c.off, static_cast<uint16_t>(c.value));
     Error fileErr = FAT_OK;
     EXPECT_EQ(c.expect, openWith(&fileErr)) << c.what;
   }
@@ -403,7 +416,8 @@ TEST_F(HostileImageTest, NamesFromTheImageCarryNoPathSeparator) {
   lfn[12] = 0;
   const uint8_t shortName[] = "A/B     TXT";
   uint8_t sum = 0;
-  for (int i = 0; i < 11; ++i) sum = static_cast<uint8_t>(((sum & 1) << 7) + (sum >> 1) + shortName[i]);
+  for (int i = 0; i < 11; ++i)
+    sum = static_cast<uint8_t>(((sum & 1) << 7) + (sum >> 1) + shortName[i]);
   lfn[13] = static_cast<char>(sum);
   lfn[26] = lfn[27] = 0;
   const int offs[] = {1, 3, 5, 7, 9, 14, 16, 18};

@@ -34,12 +34,14 @@ class FloppyTest : public ::testing::Test {
   gp::LogCapture log;
 
   void SetUp() override {
-    ASSERT_EQ(fat::FAT_OK, fat::formatVolume(nullptr, image.c_str(), 1, 1, &vol));
+    ASSERT_EQ(fat::FAT_OK,
+              fat::formatVolume(nullptr, image.c_str(), 1, 1, &vol));
     ASSERT_EQ(fat::FAT_OK, fat::openRootDirectory(vol, &root));
   }
   void TearDown() override {
     closeImage();
-    EXPECT_TRUE(log.lines().empty()) << log.text();  // these functions never log
+    EXPECT_TRUE(log.lines().empty())
+        << log.text();  // these functions never log
   }
   void closeImage() {
     if (root) fat::close(root);
@@ -68,7 +70,8 @@ TEST_F(FloppyTest, CopiesFilesOfEverySizeBothWays) {
                       size_t{513}, size_t{300000}}) {
     std::string name = "f" + std::to_string(size) + ".bin";
     std::string content = pattern(size, static_cast<unsigned>(size));
-    EXPECT_EQ(TRUE, AddFileToFloppyImg(root, host("in", content).c_str(), name.c_str()));
+    EXPECT_EQ(TRUE, AddFileToFloppyImg(root, host("in", content).c_str(),
+                                       name.c_str()));
     expectOnImage(name, content);
     std::string out = tmp / "out";
     EXPECT_EQ(TRUE, GetFileFromFloppyImg(root, name.c_str(), out.c_str()));
@@ -82,8 +85,10 @@ TEST_F(FloppyTest, CopiesFilesOfEverySizeBothWays) {
 
 TEST_F(FloppyTest, OverwritesInPlaceAndKeepsTheTail) {
   std::string longer = pattern(2000, 1), shorter = pattern(700, 2);
-  ASSERT_EQ(TRUE, AddFileToFloppyImg(root, host("a", longer).c_str(), "preseed.cfg"));
-  ASSERT_EQ(TRUE, AddFileToFloppyImg(root, host("b", shorter).c_str(), "PRESEED.CFG"));
+  ASSERT_EQ(TRUE,
+            AddFileToFloppyImg(root, host("a", longer).c_str(), "preseed.cfg"));
+  ASSERT_EQ(TRUE, AddFileToFloppyImg(root, host("b", shorter).c_str(),
+                                     "PRESEED.CFG"));
   expectOnImage("preseed.cfg", shorter + longer.substr(700));
   EXPECT_EQ(1u, gp::test::mdirList(image).size());
 }
@@ -92,11 +97,14 @@ TEST_F(FloppyTest, MissingNamesAndHostFilesFail) {
   std::string out = tmp / "never";
   EXPECT_EQ(FALSE, GetFileFromFloppyImg(root, "absent.txt", out.c_str()));
   EXPECT_FALSE(gp::test::fileExists(out));
-  EXPECT_EQ(FALSE, AddFileToFloppyImg(root, (tmp / "no-such-file").c_str(), "x.txt"));
+  EXPECT_EQ(FALSE,
+            AddFileToFloppyImg(root, (tmp / "no-such-file").c_str(), "x.txt"));
   EXPECT_TRUE(gp::test::mdirList(image).empty());
-  EXPECT_EQ(FALSE, AddFileToFloppyImg(nullptr, host("a", "x").c_str(), "x.txt"));
+  EXPECT_EQ(FALSE,
+            AddFileToFloppyImg(nullptr, host("a", "x").c_str(), "x.txt"));
   EXPECT_EQ(FALSE, GetFileFromFloppyImg(root, "x.txt", nullptr));
-  EXPECT_EQ(FALSE, AddFileToFloppyImg(root, host("a", "x").c_str(), "bad/name"));
+  EXPECT_EQ(FALSE,
+            AddFileToFloppyImg(root, host("a", "x").c_str(), "bad/name"));
 }
 
 TEST_F(FloppyTest, FullDiskAndFullRootFailCleanly) {
@@ -132,7 +140,8 @@ TEST_F(FloppyTest, HostFailuresFailTheCopy) {
   };
   {
     gp::ScopedHostOps failing(ops);
-    EXPECT_EQ(FALSE, GetFileFromFloppyImg(root, "a.bin", (tmp / "out").c_str()));
+    EXPECT_EQ(FALSE,
+              GetFileFromFloppyImg(root, "a.bin", (tmp / "out").c_str()));
   }
   // The image file cannot take the bytes: the copy is not reported done.
   ops = gp::hostOps();
@@ -148,7 +157,8 @@ TEST_F(FloppyTest, HostFailuresFailTheCopy) {
 
 TEST_F(FloppyTest, AddsToTheWorkDirFloppy) {
   closeImage();
-  std::string src = host("answer", "d-i debian-installer/locale string en_US\n");
+  std::string src =
+      host("answer", "d-i debian-installer/locale string en_US\n");
   EXPECT_EQ(TRUE, AutoInstall_AddFileToFloppyImg(src.c_str(), "preseed.cfg",
                                                  tmp.path().c_str()));
   expectOnImage("preseed.cfg", gp::test::readFile(src));
@@ -164,7 +174,8 @@ TEST_F(FloppyTest, AddsToTheWorkDirFloppy) {
   TempDir empty;
   EXPECT_EQ(FALSE, AutoInstall_AddFileToFloppyImg(src.c_str(), "preseed.cfg",
                                                   empty.path().c_str()));
-  EXPECT_EQ(FALSE, AutoInstall_AddFileToFloppyImg(src.c_str(), "preseed.cfg", nullptr));
+  EXPECT_EQ(FALSE, AutoInstall_AddFileToFloppyImg(src.c_str(), "preseed.cfg",
+                                                  nullptr));
   // Not a floppy image: refused, and left as it was.
   gp::test::writeFile(empty / "autoinst.flp", "not an image");
   EXPECT_EQ(FALSE, AutoInstall_AddFileToFloppyImg(src.c_str(), "preseed.cfg",
@@ -178,8 +189,9 @@ TEST_F(FloppyTest, CommandLineMakesFillsListsAndReads) {
   std::string flp = tmp / "cli.flp";
   std::string q = gp::test::shellQuote(flp);
   ASSERT_EQ(0, gp::test::runCommand(cli + " floppy new " + q));
-  ASSERT_EQ(0, gp::test::runCommand(cli + " floppy add " + q + " " +
-                                    gp::test::shellQuote(host("ks.cfg", "ks"))));
+  ASSERT_EQ(0,
+            gp::test::runCommand(cli + " floppy add " + q + " " +
+                                 gp::test::shellQuote(host("ks.cfg", "ks"))));
   ASSERT_EQ(0, gp::test::runCommand(cli + " floppy add " + q + " " +
                                     gp::test::shellQuote(host("x", "12345")) +
                                     " 'Read Me.txt'"));
@@ -188,13 +200,16 @@ TEST_F(FloppyTest, CommandLineMakesFillsListsAndReads) {
   EXPECT_NE(std::string::npos, out.find("         2  ks.cfg\n")) << out;
   EXPECT_NE(std::string::npos, out.find("         5  Read Me.txt\n")) << out;
   std::string got = tmp / "got";
-  ASSERT_EQ(0, gp::test::runCommand(cli + " floppy get " + q + " 'read me.txt' " +
-                                    gp::test::shellQuote(got)));
+  ASSERT_EQ(0,
+            gp::test::runCommand(cli + " floppy get " + q + " 'read me.txt' " +
+                                 gp::test::shellQuote(got)));
   EXPECT_EQ("12345", gp::test::readFile(got));
-  EXPECT_NE(0, gp::test::runCommand(cli + " floppy get " + q + " nothing " +
-                                    gp::test::shellQuote(got) + " 2>/dev/null"));
+  EXPECT_NE(0,
+            gp::test::runCommand(cli + " floppy get " + q + " nothing " +
+                                 gp::test::shellQuote(got) + " 2>/dev/null"));
   EXPECT_NE(0, gp::test::runCommand(cli + " floppy ls " +
-                                    gp::test::shellQuote(tmp / "none") + " 2>/dev/null"));
+                                    gp::test::shellQuote(tmp / "none") +
+                                    " 2>/dev/null"));
 }
 
 }  // namespace

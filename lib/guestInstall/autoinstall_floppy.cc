@@ -80,7 +80,8 @@ bool getFile(FatHandle dir, const char *name, const char *hostPath) {
   uint32_t offset = 0;
   for (;;) {
     uint32_t got = 0;
-    if (fat::readFile(file.get(), offset, buffer, kChunk, &got) != fat::FAT_OK) {
+    if (fat::readFile(file.get(), offset, buffer, kChunk, &got) !=
+        fat::FAT_OK) {
       return false;
     }
     if (got == 0) {
