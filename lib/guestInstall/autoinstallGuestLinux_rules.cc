@@ -161,7 +161,7 @@ GP_EXPORT Bool AutoInstall_NeedsFloppy_Linux(const char *osName) {
 
 GP_EXPORT AutoInstallValidation AutoInstallValidateLinuxText(
     const GuessInfo *info, const char *text, int kind, char **message) {
-  return gp::abiGuard(AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
+  return gp::abiGuard<AutoInstallValidation>(AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
     AutoInstallValidation result =
         validateLinuxText(info, text != nullptr ? text : "", kind);
     if (result != AUTOINSTALL_VALID && message != nullptr) {

@@ -68,7 +68,7 @@ GP_EXPORT Bool AutoInstallIsSupportedWindowsGuest(const GuessInfo *info) {
 
 GP_EXPORT AutoInstallValidation AutoInstallValidateWindowsText(
     const GuessInfo * /*info*/, const char *text, int kind, char **message) {
-  return gp::abiGuard(AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
+  return gp::abiGuard<AutoInstallValidation>(AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
     if (kind != AUTOINSTALL_TEXT_NAME || text == nullptr ||
         std::strpbrk(text, kRefusedNameChars) == nullptr) {
       return AUTOINSTALL_VALID;
