@@ -418,4 +418,63 @@ TEST(AutoInstallGermanTest, MessagesAndNamesComeFromTheCatalog) {
                            "nicht enthalten: ':\"\\,'\n"));
 }
 
+// ---- Command line ----
+
+int cli(const std::string &args, std::string *out) {
+  out->clear();
+  return gp::test::runCommand(
+      std::string("GUESTPREP_LANG=C ") + GP_CLI + " " + args + " 2>&1", out);
+}
+
+TEST(AutoInstallCliTest, ValidatePrintsCodeAndMessage) {
+  std::string out;
+  EXPECT_NE(0, cli("validate --family linux --kind short --os ubuntu-64 "
+                   "2john",
+                   &out));
+  EXPECT_EQ(
+      "6 AUTOINSTALL_BAD_UBUNTU_USERNAME\n"
+      "The user name must start with a lowercase US English character.\n"
+      "Enter a new value.\n",
+      out);
+  EXPECT_EQ(0, cli("validate --family windows --kind password -- 'x]]>y'",
+                   &out));
+  EXPECT_EQ("0 AUTOINSTALL_VALID\n", out);
+  // A family the library does not know is refused before it gets there.
+  EXPECT_NE(0, cli("validate --family Windows --kind name x", &out));
+  EXPECT_EQ(std::string::npos, out.find("NOT_REACHED"));
+}
+
+TEST(AutoInstallCliTest, PrettyNameAndCheckWithoutImage) {
+  std::string out;
+  EXPECT_EQ(0, cli("pretty-name 'Windows Vista ULTIMATEX' 'Windows 8 Pro'",
+                   &out));
+  EXPECT_EQ("Windows Vista Ultimate\nWindows 8 Pro\n", out);
+  EXPECT_EQ(0, cli("check --os windows7-64", &out));
+  EXPECT_NE(std::string::npos, out.find("family:             windows\n"));
+  EXPECT_NE(std::string::npos, out.find("maxNameLength:      20\n"));
+  EXPECT_NE(std::string::npos,
+            out.find("reservedNames:      administra* amministratore guest "
+                     "guests\n"));
+  EXPECT_NE(0, cli("check --family linux --os ubuntu --sub-version 3", &out));
+  EXPECT_NE(std::string::npos, out.find("supported:          FALSE\n"));
+  EXPECT_NE(std::string::npos, out.find("needsFloppy:        TRUE\n"));
+  EXPECT_EQ(2, cli("check /nonexistent/image.iso", &out));
+}
+
+TEST(AutoInstallCliTest, CheckIdentifiesTheImage) {
+  std::string iso = gp::test::isoFromTree(
+      {{".discinfo", "1273712438.740122\nRed Hat Enterprise Linux Server 5\n"
+                     "x86_64\n1\n"},
+       {"isolinux/isolinux.cfg", "default linux\n"}},
+      gp::test::IsoFlavor::JolietRockRidge);
+  GuessInfo info;
+  if (Guess_Guest(iso.c_str(), 0, &info) == GUESS_OPEN_FAILED) {
+    GTEST_SKIP() << "this build cannot read ISO 9660 images yet";
+  }
+  std::string out;
+  EXPECT_EQ(0, cli("check " + gp::test::shellQuote(iso), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("osName:             rhel5-64\n"));
+  EXPECT_NE(std::string::npos, out.find("needsFloppy:        FALSE\n"));
+}
+
 }  // namespace
