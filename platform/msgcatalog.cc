@@ -61,8 +61,7 @@ std::vector<std::string> languageCandidates() {
 
 std::string catalogDir() {
   std::string_view dir = envValue("GUESTPREP_MSGDIR");
-  return std::string(dir.empty() ? std::string_view(kDefaultCatalogDir)
-                                 : dir);
+  return std::string(dir.empty() ? std::string_view(kDefaultCatalogDir) : dir);
 }
 
 // Identifies one version of a file, so that an edited catalog is reread.
@@ -145,9 +144,8 @@ std::optional<std::string> translation(std::string_view id) {
 // Substitutes the directives of `text`. With `strict`, any directive other
 // than %s, %N$s and %%, or one naming a missing argument, fails; otherwise
 // such a directive is copied as it stands and a missing argument is empty.
-bool render(std::string_view text,
-            std::initializer_list<std::string_view> args, bool strict,
-            std::string &out) {
+bool render(std::string_view text, std::initializer_list<std::string_view> args,
+            bool strict, std::string &out) {
   out.clear();
   const std::string_view *argv = args.begin();
   size_t next = 0;

@@ -196,8 +196,8 @@ TEST_F(AutoInstallTest, FloppyNeedFollowsTheInstallerKind) {
   EXPECT_FALSE(AutoInstall_NeedsFloppy_Linux("debian5"));
   EXPECT_FALSE(AutoInstall_NeedsFloppy_Linux("UBUNTU"));
   EXPECT_FALSE(AutoInstall_NeedsFloppy_Linux(nullptr));
-  for (const char *os : {"ubuntu-64", "opensuse", "sles11", "sles10-64",
-                         "mandriva"}) {
+  for (const char *os :
+       {"ubuntu-64", "opensuse", "sles11", "sles10-64", "mandriva"}) {
     EXPECT_TRUE(AutoInstall_NeedsFloppy_Linux(os)) << os;
   }
 }
@@ -246,8 +246,7 @@ TEST_F(AutoInstallTest, LinuxUserNames) {
   EXPECT_EQ(AUTOINSTALL_BAD_LINUX_USERNAME, check("ubuntu", "jOhn"));
   // Every byte outside a-z, 0-9 and "-" is refused.
   for (int c = 1; c < 256; ++c) {
-    bool allowed = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-                   c == '-';
+    bool allowed = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
     std::string text = std::string("ab") + static_cast<char>(c);
     EXPECT_EQ(allowed ? AUTOINSTALL_VALID : AUTOINSTALL_BAD_LINUX_USERNAME,
               check("rhel5", text))
@@ -291,8 +290,8 @@ TEST_F(AutoInstallTest, WindowsNames) {
               code(AutoInstall_ValidateName, "windows", "winXPPro", text))
         << "byte " << c;
     // Short names and passwords are not checked on Windows.
-    EXPECT_EQ(AUTOINSTALL_VALID, code(AutoInstall_ValidateShortName,
-                                      "windows", "winXPPro", text));
+    EXPECT_EQ(AUTOINSTALL_VALID,
+              code(AutoInstall_ValidateShortName, "windows", "winXPPro", text));
   }
   EXPECT_EQ(AUTOINSTALL_BAD_WINDOWS_NAME,
             code(AutoInstall_ValidateName, "windows", "windows7", "Admin?"));
@@ -300,8 +299,8 @@ TEST_F(AutoInstallTest, WindowsNames) {
             code(AutoInstall_ValidateName, "windows", "windows7", "Doe, John"));
   EXPECT_EQ(AUTOINSTALL_VALID, code(AutoInstall_ValidateShortName, "windows",
                                     "windows7", "Doe, John"));
-  EXPECT_EQ(AUTOINSTALL_VALID, code(AutoInstall_ValidatePassword, "windows",
-                                    "windows7", "x]]>y"));
+  EXPECT_EQ(AUTOINSTALL_VALID,
+            code(AutoInstall_ValidatePassword, "windows", "windows7", "x]]>y"));
 }
 
 TEST_F(AutoInstallTest, RefusalMessagesAreTheDefaultTexts) {
@@ -353,8 +352,8 @@ TEST_F(AutoInstallTest, MessageIsLeftAloneOnSuccess) {
   EXPECT_EQ(AUTOINSTALL_VALID,
             AutoInstall_ValidateName("linux", &info, "John Doe", &message));
   EXPECT_EQ(sentinel, message);
-  EXPECT_EQ(AUTOINSTALL_VALID, AutoInstall_ValidatePassword(
-                                   "windows", &info, "x]]>y", &message));
+  EXPECT_EQ(AUTOINSTALL_VALID,
+            AutoInstall_ValidatePassword("windows", &info, "x]]>y", &message));
   EXPECT_EQ(sentinel, message);
 }
 
@@ -400,8 +399,7 @@ TEST_F(AutoInstallTest, PrettyWindowsNames) {
 // ---- German texts ----
 
 TEST(AutoInstallGermanTest, MessagesAndNamesComeFromTheCatalog) {
-  ScopedEnv dir("GUESTPREP_MSGDIR",
-                gp::test::sourcePath("messages").c_str());
+  ScopedEnv dir("GUESTPREP_MSGDIR", gp::test::sourcePath("messages").c_str());
   ScopedEnv lang("GUESTPREP_LANG", "de_DE.UTF-8");
   EXPECT_EQ("Windows Server 2008 Datacenter Core ohne Hyper-V",
             prettyName("Windows Longhorn SERVERDATACENTERVCORE"));
@@ -436,8 +434,8 @@ TEST(AutoInstallCliTest, ValidatePrintsCodeAndMessage) {
       "The user name must start with a lowercase US English character.\n"
       "Enter a new value.\n",
       out);
-  EXPECT_EQ(0, cli("validate --family windows --kind password -- 'x]]>y'",
-                   &out));
+  EXPECT_EQ(0,
+            cli("validate --family windows --kind password -- 'x]]>y'", &out));
   EXPECT_EQ("0 AUTOINSTALL_VALID\n", out);
   // A family the library does not know is refused before it gets there.
   EXPECT_NE(0, cli("validate --family Windows --kind name x", &out));
@@ -446,8 +444,8 @@ TEST(AutoInstallCliTest, ValidatePrintsCodeAndMessage) {
 
 TEST(AutoInstallCliTest, PrettyNameAndCheckWithoutImage) {
   std::string out;
-  EXPECT_EQ(0, cli("pretty-name 'Windows Vista ULTIMATEX' 'Windows 8 Pro'",
-                   &out));
+  EXPECT_EQ(0,
+            cli("pretty-name 'Windows Vista ULTIMATEX' 'Windows 8 Pro'", &out));
   EXPECT_EQ("Windows Vista Ultimate\nWindows 8 Pro\n", out);
   EXPECT_EQ(0, cli("check --os windows7-64", &out));
   EXPECT_NE(std::string::npos, out.find("family:             windows\n"));
@@ -463,8 +461,9 @@ TEST(AutoInstallCliTest, PrettyNameAndCheckWithoutImage) {
 
 TEST(AutoInstallCliTest, CheckIdentifiesTheImage) {
   std::string iso = gp::test::isoFromTree(
-      {{".discinfo", "1273712438.740122\nRed Hat Enterprise Linux Server 5\n"
-                     "x86_64\n1\n"},
+      {{".discinfo",
+        "1273712438.740122\nRed Hat Enterprise Linux Server 5\n"
+        "x86_64\n1\n"},
        {"isolinux/isolinux.cfg", "default linux\n"}},
       gp::test::IsoFlavor::JolietRockRidge);
   GuessInfo info;

@@ -30,8 +30,8 @@ class MsgCatalogTest : public ::testing::Test {
   void SetUp() override {
     for (const char *name : kVars) {
       const char *v = std::getenv(name);
-      saved_.emplace_back(name, v != nullptr ? std::optional<std::string>(v)
-                                             : std::nullopt);
+      saved_.emplace_back(
+          name, v != nullptr ? std::optional<std::string>(v) : std::nullopt);
       unsetenv(name);
     }
     setenv("GUESTPREP_MSGDIR", dir_.path().c_str(), 1);
@@ -155,14 +155,19 @@ TEST_F(MsgCatalogTest, FormatSubstitutesOnlyPlainDirectives) {
   EXPECT_EQ("xyz", gp::msg::format(kFormat, {"x", "y", "z"}));
 
   setenv("GUESTPREP_LANG", "de", 1);
-  writeCatalog("de", "msg.autoinstall.prettyFormat = \"%3$s/%1$s (%2$s) 5%%\"\n");
+  writeCatalog("de",
+               "msg.autoinstall.prettyFormat = \"%3$s/%1$s (%2$s) 5%%\"\n");
   EXPECT_EQ("z/x (y) 5%", gp::msg::format(kFormat, {"x", "y", "z"}));
   // Directives a catalog could use to read or write memory through printf,
   // or to name arguments that do not exist, make the default text win.
-  for (const char *bad : {"%n%s%s", "%s%s%s%s", "%4$s", "%d", "%.1000s",
-                          "%p%s", "%1$n", "%s%", "%0$s", "%10$s"}) {
-    writeCatalog("de", std::string("msg.autoinstall.prettyFormat = \"") +
-                           bad + "\"\n");
+  int n = 0;
+  for (const char *bad : {"%n%s%s", "%s%s%s%s", "%4$s", "%d", "%.1000s", "%p%s",
+                          "%1$n", "%s%", "%0$s", "%10$s"}) {
+    // A catalog of its own each, so that no cached one can answer.
+    std::string lang = "t" + std::to_string(++n);
+    writeCatalog(
+        lang, std::string("msg.autoinstall.prettyFormat = \"") + bad + "\"\n");
+    setenv("GUESTPREP_LANG", lang.c_str(), 1);
     EXPECT_EQ("xyz", gp::msg::format(kFormat, {"x", "y", "z"})) << bad;
   }
 }

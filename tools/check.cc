@@ -39,8 +39,8 @@ bool parseCheckArgs(const Args &args, CheckOptions &opt) {
       return false;
     }
   }
-  bool familyOk = opt.family.empty() || opt.family == "windows" ||
-                  opt.family == "linux";
+  bool familyOk =
+      opt.family.empty() || opt.family == "windows" || opt.family == "linux";
   bool oneSource = opt.image.empty() != opt.osName.empty();
   return familyOk && oneSource && opt.subVersion >= 0 &&
          opt.subVersion < GUESS_VERSION_DUMMY_LAST;
@@ -124,9 +124,10 @@ int check(const Args &args) {
       return 2;
     }
     if (rc != GUESS_FOUND || info.osName == nullptr) {
-      std::printf("image:              %s\nosName:             (none)\n"
-                  "supported:          FALSE\n",
-                  opt.image.c_str());
+      std::printf(
+          "image:              %s\nosName:             (none)\n"
+          "supported:          FALSE\n",
+          opt.image.c_str());
       return 1;
     }
   } else {

@@ -13,9 +13,12 @@ namespace {
 
 const char *resultName(int code) {
   switch (code) {
-    case AUTOINSTALL_VALID: return "AUTOINSTALL_VALID";
-    case AUTOINSTALL_BAD_LINUX_NAME: return "AUTOINSTALL_BAD_LINUX_NAME";
-    case AUTOINSTALL_BAD_WINDOWS_NAME: return "AUTOINSTALL_BAD_WINDOWS_NAME";
+    case AUTOINSTALL_VALID:
+      return "AUTOINSTALL_VALID";
+    case AUTOINSTALL_BAD_LINUX_NAME:
+      return "AUTOINSTALL_BAD_LINUX_NAME";
+    case AUTOINSTALL_BAD_WINDOWS_NAME:
+      return "AUTOINSTALL_BAD_WINDOWS_NAME";
     case AUTOINSTALL_BAD_PASSWORD_SUBSTRING:
       return "AUTOINSTALL_BAD_PASSWORD_SUBSTRING";
     case AUTOINSTALL_BAD_GECOS_SUBSTRING:
@@ -24,7 +27,8 @@ const char *resultName(int code) {
       return "AUTOINSTALL_BAD_LINUX_USERNAME";
     case AUTOINSTALL_BAD_UBUNTU_USERNAME:
       return "AUTOINSTALL_BAD_UBUNTU_USERNAME";
-    default: return "?";
+    default:
+      return "?";
   }
 }
 

@@ -35,9 +35,9 @@ bool ruleApplies(const AutoInstallGuestRule &rule, const GuessInfo &info) {
   }
   return std::strcmp(rule.versionPrefix, "*") == 0 ||
          str::startsWithCaseless(
-             std::string_view(info.versionString,
-                              strnlen(info.versionString,
-                                      sizeof info.versionString)),
+             std::string_view(
+                 info.versionString,
+                 strnlen(info.versionString, sizeof info.versionString)),
              rule.versionPrefix);
 }
 
@@ -65,8 +65,7 @@ void fillConfigInfo(const AutoInstallFamily &family, const GuessInfo &info,
 }
 
 AutoInstallValidation validateText(const char *family, const GuessInfo *info,
-                                   const char *text, int kind,
-                                   char **message) {
+                                   const char *text, int kind, char **message) {
   if (family != nullptr && std::strcmp(family, "windows") == 0) {
     return AutoInstallValidateWindowsText(info, text, kind, message);
   }
@@ -113,15 +112,14 @@ GP_EXPORT AutoInstallValidation AutoInstall_ValidateName(const char *family,
   return validateText(family, info, text, AUTOINSTALL_TEXT_NAME, message);
 }
 
-GP_EXPORT AutoInstallValidation AutoInstall_ValidateShortName(
-    const char *family, const GuessInfo *info, const char *text,
-    char **message) {
-  return validateText(family, info, text, AUTOINSTALL_TEXT_SHORT_NAME,
-                      message);
+GP_EXPORT AutoInstallValidation
+AutoInstall_ValidateShortName(const char *family, const GuessInfo *info,
+                              const char *text, char **message) {
+  return validateText(family, info, text, AUTOINSTALL_TEXT_SHORT_NAME, message);
 }
 
-GP_EXPORT AutoInstallValidation AutoInstall_ValidatePassword(
-    const char *family, const GuessInfo *info, const char *text,
-    char **message) {
+GP_EXPORT AutoInstallValidation
+AutoInstall_ValidatePassword(const char *family, const GuessInfo *info,
+                             const char *text, char **message) {
   return validateText(family, info, text, AUTOINSTALL_TEXT_PASSWORD, message);
 }

@@ -69,8 +69,8 @@ AutoInstallValidation validateFullName(const char *text) {
   return AUTOINSTALL_VALID;
 }
 
-AutoInstallValidation validateLinuxText(const GuessInfo *info,
-                                        const char *text, int kind) {
+AutoInstallValidation validateLinuxText(const GuessInfo *info, const char *text,
+                                        int kind) {
   switch (kind) {
     case AUTOINSTALL_TEXT_SHORT_NAME:
       return validateUserName(info, text);
@@ -161,12 +161,13 @@ GP_EXPORT Bool AutoInstall_NeedsFloppy_Linux(const char *osName) {
 
 GP_EXPORT AutoInstallValidation AutoInstallValidateLinuxText(
     const GuessInfo *info, const char *text, int kind, char **message) {
-  return gp::abiGuard<AutoInstallValidation>(AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
-    AutoInstallValidation result =
-        validateLinuxText(info, text != nullptr ? text : "", kind);
-    if (result != AUTOINSTALL_VALID && message != nullptr) {
-      *message = gp::msg::getHeap(linuxMessage(result));
-    }
-    return result;
-  });
+  return gp::abiGuard<AutoInstallValidation>(
+      AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
+        AutoInstallValidation result =
+            validateLinuxText(info, text != nullptr ? text : "", kind);
+        if (result != AUTOINSTALL_VALID && message != nullptr) {
+          *message = gp::msg::getHeap(linuxMessage(result));
+        }
+        return result;
+      });
 }

@@ -31,7 +31,8 @@ struct WindowsSuffixName {
 };
 
 const WindowsPrefixName kPrefixNames[] = {
-    {"Windows Longhorn", "@&!*@*@(msg.autoinstall.winpfx_2k8)Windows Server 2008"},
+    {"Windows Longhorn",
+     "@&!*@*@(msg.autoinstall.winpfx_2k8)Windows Server 2008"},
     {"Windows Server 2008 R2",
      "@&!*@*@(msg.autoinstall.winpfx_2k8r2)Windows Server 2008 R2"},
     {nullptr, nullptr},
@@ -131,8 +132,8 @@ std::string prettyWindowsName(std::string_view imageName) {
   if (edition.size() > keyLength) {
     suffix = suffixDisplay(edition.substr(keyLength));
   }
-  return msg::format(kPrettyFormat, {prefixDisplay(prefix),
-                                     msg::get(row->message), suffix});
+  return msg::format(kPrettyFormat,
+                     {prefixDisplay(prefix), msg::get(row->message), suffix});
 }
 
 }  // namespace

@@ -14,9 +14,8 @@ namespace {
 // Names that older releases keep for built-in accounts, localised ones
 // included.
 const AutoInstallReservedName kReservedNamesA[] = {
-    {"administra", 1}, {"amministratore", 0}, {"guest", 0},
-    {"guests", 0},     {"gast", 0},           {"invitado", 0},
-    {nullptr, 0},
+    {"administra", 1}, {"amministratore", 0}, {"guest", 0}, {"guests", 0},
+    {"gast", 0},       {"invitado", 0},       {nullptr, 0},
 };
 
 const AutoInstallReservedName kReservedNamesB[] = {
@@ -68,14 +67,15 @@ GP_EXPORT Bool AutoInstallIsSupportedWindowsGuest(const GuessInfo *info) {
 
 GP_EXPORT AutoInstallValidation AutoInstallValidateWindowsText(
     const GuessInfo * /*info*/, const char *text, int kind, char **message) {
-  return gp::abiGuard<AutoInstallValidation>(AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
-    if (kind != AUTOINSTALL_TEXT_NAME || text == nullptr ||
-        std::strpbrk(text, kRefusedNameChars) == nullptr) {
-      return AUTOINSTALL_VALID;
-    }
-    if (message != nullptr) {
-      *message = gp::msg::getHeap(kBadWindowsName);
-    }
-    return AUTOINSTALL_BAD_WINDOWS_NAME;
-  });
+  return gp::abiGuard<AutoInstallValidation>(
+      AUTOINSTALL_VALID, [&]() -> AutoInstallValidation {
+        if (kind != AUTOINSTALL_TEXT_NAME || text == nullptr ||
+            std::strpbrk(text, kRefusedNameChars) == nullptr) {
+          return AUTOINSTALL_VALID;
+        }
+        if (message != nullptr) {
+          *message = gp::msg::getHeap(kBadWindowsName);
+        }
+        return AUTOINSTALL_BAD_WINDOWS_NAME;
+      });
 }
