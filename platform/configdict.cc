@@ -1,5 +1,6 @@
 #include "platform/configdict.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -285,6 +286,9 @@ bool ConfigDict::loadBuffer(std::string_view text, std::string_view origin,
   if (text.substr(0, 3) == "\xef\xbb\xbf") text.remove_prefix(3);
 
   std::vector<Parsed> parsed;
+  parsed.reserve(std::min<size_t>(
+      kMaxEntries,
+      static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1));
   size_t lineNo = 0;
   size_t pos = 0;
   while (pos < text.size()) {
@@ -323,6 +327,8 @@ bool ConfigDict::loadBuffer(std::string_view text, std::string_view origin,
     report(origin, "too many entries");
     return false;
   }
+  entries_.reserve(entries_.size() + added);
+  index_.reserve(entries_.size() + added);
   for (Parsed &e : parsed) put(std::move(e.name), std::move(e.value));
   return true;
 }
