@@ -125,7 +125,8 @@ GUESTPREP_API Bool AutoInstall_PrepareAnswerFileEx_Linux(
 
 /* The display name, in the user's language, of an install image name such
  * as "Windows 7 HOMEPREMIUMN" ("Windows 7 Home Premium N"). Names it does
- * not know come back unchanged. A new heap string that the caller frees. */
+ * not know come back unchanged. A new heap string that the caller frees;
+ * NULL for a NULL name. */
 GUESTPREP_API char *AutoInstall_GetPrettyWindowsName(const char *imageName);
 
 #ifdef __cplusplus
