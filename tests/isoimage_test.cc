@@ -1,0 +1,322 @@
+// The ISO 9660 reader against real images from the mastering tools, an
+// independent reader, and images damaged on purpose.
+#include "platform/isoimage.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/hostio.h"
+#include "platform/isoimage_records.h"
+#include "support/fixtures.h"
+
+namespace gp::iso {
+namespace {
+
+namespace fs = std::filesystem;
+using test::IsoFlavor;
+using test::TempDir;
+
+std::string pattern(size_t size, char seed) {
+  std::string s(size, '\0');
+  for (size_t i = 0; i < size; ++i) {
+    s[i] = static_cast<char>(seed + i % 23);
+  }
+  return s;
+}
+
+const test::FileTree &sampleTree() {
+  static const test::FileTree tree = {
+      {"README.TXT", "read me\n"},
+      {"NOEXT", "no extension\n"},
+      {"EMPTY.TXT", ""},
+      {"EXACT.BIN", pattern(2048, 'a')},
+      {"BIG.BIN", pattern(5000, 'A')},
+      {"isolinux/isolinux.cfg", "default linux\n"},
+      {"a/b/c/d/e/f/DEEP.TXT", "deep\n"},
+      {"EMPTYDIR/", ""},
+  };
+  return tree;
+}
+
+struct ImageCloser {
+  void operator()(IsoImage *image) const { iso::close(image); }
+};
+using ImagePtr = std::unique_ptr<IsoImage, ImageCloser>;
+
+ImagePtr openImage(const std::string &path, uint32_t formats) {
+  IsoImage *image = nullptr;
+  EXPECT_EQ(iso::open(path.c_str(), formats, 0, &image), ISO_OK) << path;
+  return ImagePtr(image);
+}
+
+std::string readAll(IsoImage *image, const Entry &entry, int *rc = nullptr) {
+  File *file = nullptr;
+  int result = openFile(image, &entry, &file);
+  std::string data;
+  while (result == ISO_OK) {
+    char buffer[2048];
+    size_t length = sizeof buffer;
+    result = readFile(image, file, buffer, &length);
+    if (result == ISO_OK) {
+      data.append(buffer, length);
+    }
+  }
+  closeFile(image, file);
+  if (rc != nullptr) {
+    *rc = result;
+  }
+  return data;
+}
+
+// Path -> contents of every file and directory ("/" suffix) the reader
+// shows; bounded so a hostile image cannot keep it going.
+int walk(IsoImage *image, const std::string &path,
+         std::map<std::string, std::string> &out, int depth = 0) {
+  Dir *dir = nullptr;
+  int rc = openDir(image, path.c_str(), &dir);
+  if (rc != ISO_OK) {
+    return rc;
+  }
+  Entry entry;
+  while ((rc = readDir(image, dir, &entry)) == ISO_OK && out.size() < 500) {
+    std::string child = path.empty() ? entry.name : path + "/" + entry.name;
+    if (entry.isDirectory) {
+      out[child + "/"] = "";
+      if (depth < 12) {
+        walk(image, child, out, depth + 1);
+      }
+    } else {
+      out[child] = readAll(image, entry);
+    }
+  }
+  closeDir(image, dir);
+  return rc == ISO_END ? ISO_OK : rc;
+}
+
+std::map<std::string, std::string> hostTree(const std::string &root) {
+  std::map<std::string, std::string> out;
+  for (const auto &e : fs::recursive_directory_iterator(root)) {
+    std::string rel = fs::relative(e.path(), root).string();
+    if (e.is_directory()) {
+      out[rel + "/"] = "";
+    } else {
+      out[rel] = test::readFile(e.path().string());
+    }
+  }
+  return out;
+}
+
+// What xorriso extracts when it loads the given tree of the image.
+std::map<std::string, std::string> xorrisoTree(const std::string &iso,
+                                               const char *readFs) {
+  TempDir out;
+  std::string cmd = std::string("xorriso -read_fs ") + readFs +
+                    " -ecma119_map stripped -indev " + test::shellQuote(iso) +
+                    " -osirrox on -extract / " + test::shellQuote(out / "x") +
+                    " >/dev/null 2>&1";
+  EXPECT_EQ(test::runCommand(cmd), 0) << cmd;
+  return hostTree(out / "x");
+}
+
+struct FlavorCase {
+  IsoFlavor flavor;
+  uint32_t formats;      // what listFormats must report
+  uint32_t active;       // richest format, opened with every bit set
+  const char *readFs;    // xorriso's choice of the same tree
+};
+
+const FlavorCase kFlavors[] = {
+    {IsoFlavor::Primary, FORMAT_ISO9660, FORMAT_ISO9660, "ecma119"},
+    {IsoFlavor::Joliet, FORMAT_ISO9660 | FORMAT_JOLIET, FORMAT_JOLIET,
+     "norock"},
+    {IsoFlavor::RockRidge, FORMAT_ISO9660 | FORMAT_ROCKRIDGE, FORMAT_ROCKRIDGE,
+     "any"},
+    {IsoFlavor::JolietRockRidge, 7, FORMAT_ROCKRIDGE, "any"},
+};
+
+TEST(IsoImage, ListsAndReadsWhatAnIndependentReaderExtracts) {
+  for (const FlavorCase &c : kFlavors) {
+    std::string iso = test::isoFromTree(sampleTree(), c.flavor);
+    SCOPED_TRACE(iso);
+    EXPECT_EQ(listFormats(iso.c_str()), c.formats);
+    ImagePtr image = openImage(iso, 7);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(activeFormat(image.get()), c.active);
+    std::map<std::string, std::string> ours;
+    EXPECT_EQ(walk(image.get(), "", ours), ISO_OK);
+    EXPECT_EQ(ours, xorrisoTree(iso, c.readFs));
+    // Listing everything must not pull the file data in.
+    ImagePtr fresh = openImage(iso, 7);
+    std::map<std::string, std::string> names;
+    Dir *dir = nullptr;
+    ASSERT_EQ(openDir(fresh.get(), "/", &dir), ISO_OK);
+    Entry entry;
+    while (readDir(fresh.get(), dir, &entry) == ISO_OK) {
+    }
+    closeDir(fresh.get(), dir);
+    EXPECT_LT(bytesRead(fresh.get()), 8u * 2048);
+  }
+}
+
+TEST(IsoImage, ChoosesTheRichestRequestedFormatAndFallsBack) {
+  std::string jrr = test::isoFromTree(sampleTree(), IsoFlavor::JolietRockRidge);
+  std::string joliet = test::isoFromTree(sampleTree(), IsoFlavor::Joliet);
+  struct {
+    const std::string &iso;
+    uint32_t requested;
+    uint32_t active;
+  } cases[] = {
+      {jrr, 7, FORMAT_ROCKRIDGE},     {jrr, 3, FORMAT_JOLIET},
+      {jrr, 1, FORMAT_ISO9660},       {jrr, 0, FORMAT_ISO9660},
+      {joliet, 5, FORMAT_ISO9660},    {joliet, 6, FORMAT_JOLIET},
+  };
+  for (const auto &c : cases) {
+    ImagePtr image = openImage(c.iso, c.requested);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(activeFormat(image.get()), c.active) << c.requested;
+  }
+  IsoImage *image = nullptr;
+  EXPECT_EQ(iso::open(jrr.c_str(), 7, 1, &image), ISO_ERR_ARG);
+  EXPECT_EQ(image, nullptr);
+}
+
+TEST(IsoImage, MatchesPathsExactlyAsTheFormatShowsNames) {
+  std::string jrr = test::isoFromTree(sampleTree(), IsoFlavor::JolietRockRidge);
+  struct {
+    uint32_t formats;
+    const char *found;
+    const char *missing;
+  } cases[] = {
+      {FORMAT_ISO9660, "/ISOLINUX/", "isolinux"},
+      {FORMAT_JOLIET, "isolinux", "ISOLINUX"},
+      {FORMAT_ROCKRIDGE, "//isolinux", "ISOLINUX"},
+  };
+  for (const auto &c : cases) {
+    ImagePtr image = openImage(jrr, c.formats);
+    Dir *dir = nullptr;
+    EXPECT_EQ(openDir(image.get(), c.found, &dir), ISO_OK) << c.found;
+    closeDir(image.get(), dir);
+    EXPECT_EQ(openDir(image.get(), c.missing, &dir), ISO_ERR_NOT_FOUND);
+    EXPECT_EQ(dir, nullptr);
+  }
+  ImagePtr image = openImage(jrr, FORMAT_ISO9660);
+  Dir *dir = nullptr;
+  EXPECT_EQ(openDir(image.get(), "README.TXT", &dir), ISO_ERR_NOT_DIR);
+  EXPECT_EQ(openDir(image.get(), "A/B/C/D/E/F", &dir), ISO_OK);
+  Entry entry;
+  ASSERT_EQ(readDir(image.get(), dir, &entry), ISO_OK);
+  EXPECT_STREQ(entry.name, "DEEP.TXT");
+  EXPECT_EQ(readDir(image.get(), dir, &entry), ISO_END);
+  EXPECT_EQ(rewindDir(image.get(), dir), ISO_OK);
+  ASSERT_EQ(readDir(image.get(), dir, &entry), ISO_OK);
+  EXPECT_STREQ(entry.name, "DEEP.TXT");
+  EXPECT_EQ(closeDir(image.get(), dir), ISO_OK);
+}
+
+// Root entries by name, from the primary tree of the plain image.
+std::map<std::string, Entry> rootEntries(IsoImage *image) {
+  std::map<std::string, Entry> out;
+  Dir *dir = nullptr;
+  EXPECT_EQ(openDir(image, "", &dir), ISO_OK);
+  Entry entry;
+  while (readDir(image, dir, &entry) == ISO_OK) {
+    out[entry.name] = entry;
+  }
+  closeDir(image, dir);
+  return out;
+}
+
+TEST(IsoImage, DeliversAtMostOneSectorPerRead) {
+  std::string iso = test::isoFromTree(sampleTree(), IsoFlavor::Primary);
+  ImagePtr image = openImage(iso, 7);
+  auto entries = rootEntries(image.get());
+  ASSERT_EQ(entries.count("BIG.BIN"), 1u);
+  File *file = nullptr;
+  ASSERT_EQ(openFile(image.get(), &entries["BIG.BIN"], &file), ISO_OK);
+  std::vector<size_t> chunks;
+  char buffer[4096];
+  size_t length = sizeof buffer;
+  while (readFile(image.get(), file, buffer, &length) == ISO_OK) {
+    chunks.push_back(length);
+    length = chunks.size() == 1 ? 1000 : sizeof buffer;
+  }
+  EXPECT_EQ(length, 0u);
+  closeFile(image.get(), file);
+  // A smaller buffer takes part of a sector; the next read ends there.
+  EXPECT_EQ(chunks, (std::vector<size_t>{2048, 1000, 1048, 904}));
+
+  int rc = ISO_OK;
+  EXPECT_EQ(readAll(image.get(), entries["EXACT.BIN"], &rc), pattern(2048, 'a'));
+  EXPECT_EQ(rc, ISO_END);
+  EXPECT_EQ(readAll(image.get(), entries["EMPTY.TXT"], &rc), "");
+  EXPECT_EQ(rc, ISO_END);
+  EXPECT_EQ(openFile(image.get(), &entries["EMPTYDIR"], &file), ISO_ERR_IS_DIR);
+}
+
+TEST(IsoImage, VolumeIdWithoutPadding) {
+  ImagePtr rr = openImage(test::isoFromTree(sampleTree(), IsoFlavor::RockRidge), 7);
+  char *id = nullptr;
+  ASSERT_EQ(volumeId(rr.get(), &id), ISO_OK);
+  EXPECT_STREQ(id, "TESTVOL");
+  std::free(id);
+}
+
+TEST(IsoImage, ExtractsFilesAndDirectories) {
+  std::string iso = test::isoFromTree(sampleTree(), IsoFlavor::JolietRockRidge);
+  ImagePtr image = openImage(iso, 7);
+  TempDir out;
+  EXPECT_EQ(extractFile(image.get(), "/BIG.BIN", (out / "big").c_str()), ISO_OK);
+  EXPECT_EQ(test::readFile(out / "big"), pattern(5000, 'A'));
+  EXPECT_EQ(extractFile(image.get(), "isolinux", (out / "x").c_str()),
+            ISO_ERR_IS_DIR);
+  EXPECT_EQ(extractFile(image.get(), "nothere", (out / "x").c_str()),
+            ISO_ERR_NOT_FOUND);
+  EXPECT_EQ(extractFile(image.get(), "README.TXT", (out / "no/such").c_str()),
+            ISO_ERR_HOST);
+
+  fs::create_directory(out / "root");
+  EXPECT_EQ(extractDir(image.get(), "/", (out / "root").c_str()), ISO_OK);
+  auto copied = hostTree(out / "root");
+  EXPECT_EQ(copied.size(), 5u);  // the files, none of the directories
+  EXPECT_EQ(copied["EXACT.BIN"], pattern(2048, 'a'));
+  EXPECT_EQ(copied["EMPTY.TXT"], "");
+  EXPECT_EQ(extractDir(image.get(), "/", (out / "missing").c_str()),
+            ISO_ERR_HOST);
+}
+
+TEST(IsoImage, FailedExtractionKeepsTheOldFile) {
+  std::string iso = test::isoFromTree(sampleTree(), IsoFlavor::RockRidge);
+  ImagePtr image = openImage(iso, 7);
+  TempDir out;
+  test::writeFile(out / "big", "old");
+  HostOps ops = hostOps();
+  ops.write = [](int, const void *, size_t) -> ssize_t {
+    errno = ENOSPC;
+    return -1;
+  };
+  {
+    ScopedHostOps scoped(ops);
+    EXPECT_EQ(extractFile(image.get(), "BIG.BIN", (out / "big").c_str()),
+              ISO_ERR_HOST);
+  }
+  EXPECT_EQ(test::readFile(out / "big"), "old");
+  EXPECT_EQ(hostTree(out.path()).size(), 1u);  // no temporary left behind
+}
+
+TEST(IsoImageRecords, JolietNamesBecomeUtf8) {
+  const uint8_t raw[] = {0x00, 'c',  0x00, 'a',  0x00, 'f',  0x00, 0xE9,
+                         0xD8, 0x3D, 0xDE, 0x00, 0x00, ';',  0x00, '1'};
+  std::string name;
+  ASSERT_TRUE(rec::jolietName(rec::Bytes{raw, sizeof raw}, name));
+  EXPECT_EQ(name, "caf\xC3\xA9\xF0\x9F\x98\x80");
+  EXPECT_FALSE(rec::jolietName(rec::Bytes{raw, 3}, name));
+}
+
+}  // namespace
+}  // namespace gp::iso
