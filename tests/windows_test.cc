@@ -296,6 +296,38 @@ TEST(WindowsVista, LanguageSection) {
   EXPECT_STREQ(identify(tree).info.language, "en-US");
 }
 
+// The NT and 9x families shipped on ISO 9660 media; their directory and
+// file names are upper case there, in primary names even 8.3 only.
+TEST(WindowsIso9660, NtAnd9xMedia) {
+  FileTree xp = ntTree("I386", setupFile("wks_id", "Windows XP Professional"),
+                       "English");
+  xp["WIN9X/SETUP.EXE"] = "MZ";
+  for (test::IsoFlavor flavor :
+       {test::IsoFlavor::Primary, test::IsoFlavor::JolietRockRidge}) {
+    GuessInfo info{};
+    EXPECT_EQ(Guess_Guest(test::isoFromTree(xp, flavor).c_str(), 0, &info),
+              GUESS_FOUND);
+    EXPECT_STREQ(info.osName, "winXPPro");
+    EXPECT_STREQ(info.language, "English");
+  }
+  GuessInfo me{};
+  EXPECT_EQ(Guess_Guest(test::isoFromTree({{"WIN95/A.CAB", "x"},
+                                           {"WIN9X/B.CAB", "x"}},
+                                          test::IsoFlavor::Primary)
+                            .c_str(),
+                        0, &me),
+            GUESS_FOUND);
+  EXPECT_STREQ(me.osName, "winMe");
+  GuessInfo seven{};
+  EXPECT_EQ(Guess_Guest(test::isoFromTree(vistaTree(Sources{}),
+                                          test::IsoFlavor::JolietRockRidge)
+                            .c_str(),
+                        0, &seven),
+            GUESS_FOUND);
+  EXPECT_STREQ(seven.osName, "windows7-64");
+  EXPECT_STREQ(seven.editions, "Windows 7 ULTIMATE?");
+}
+
 TEST(WindowsVista, BridgeImageIsReadThroughUdf) {
   // The markers exist only in the UDF directory tree of this image.
   Outcome o{};
