@@ -34,6 +34,7 @@ enum TagId : uint16_t {
 // File types of the ICB tag.
 enum FileType : uint8_t {
   FILE_TYPE_DIRECTORY = 4,
+  FILE_TYPE_VAT = 248,
   FILE_TYPE_METADATA = 250,
   FILE_TYPE_METADATA_MIRROR = 251,
 };

@@ -177,6 +177,7 @@ bool Volume::setUpPartitions(Bytes lvd) {
     uint32_t file, mirror;
   };
   std::vector<Pending> pendingMeta;
+  std::vector<size_t> pendingVirtual;
   std::vector<uint16_t> numbers;
   size_t at = 0;
   for (uint32_t i = 0; i < count; ++i) {
@@ -201,6 +202,8 @@ bool Volume::setUpPartitions(Bytes lvd) {
       } else if (regidIs(regid, "*UDF Metadata Partition") && length >= 52) {
         p.kind = Partition::Kind::Metadata;
         pendingMeta.push_back({partitions_.size(), map.u32(40), map.u32(44)});
+      } else if (regidIs(regid, "*UDF Virtual Partition")) {
+        pendingVirtual.push_back(partitions_.size());
       }
     }
     if (physical) {
@@ -216,17 +219,28 @@ bool Volume::setUpPartitions(Bytes lvd) {
     numbers.push_back(number);
     partitions_.push_back(std::move(p));
   }
+  // Metadata and virtual partitions lie on the physical partition of the
+  // same number.
+  auto physicalOf = [&](size_t ref, uint16_t &physical) {
+    for (size_t other = 0; other < partitions_.size(); ++other) {
+      if (partitions_[other].kind == Partition::Kind::Physical &&
+          numbers[other] == numbers[ref]) {
+        physical = static_cast<uint16_t>(other);
+        return true;
+      }
+    }
+    return false;
+  };
+  for (size_t ref : pendingVirtual) {
+    Partition &virt = partitions_[ref];
+    if (physicalOf(ref, virt.physical) && loadVirtualTable(virt)) {
+      virt.kind = Partition::Kind::Virtual;
+    }
+  }
   for (const Pending &m : pendingMeta) {
     Partition &meta = partitions_[m.ref];
     meta.kind = Partition::Kind::Unusable;
-    for (size_t ref = 0; ref < partitions_.size(); ++ref) {
-      if (partitions_[ref].kind == Partition::Kind::Physical &&
-          numbers[ref] == numbers[m.ref]) {
-        meta.physical = static_cast<uint16_t>(ref);
-        break;
-      }
-    }
-    if (partitions_[meta.physical].kind != Partition::Kind::Physical) {
+    if (!physicalOf(m.ref, meta.physical)) {
       continue;
     }
     // The mirror copy stands in when the main metadata file is damaged.
@@ -256,6 +270,52 @@ bool Volume::loadMetadataMap(Partition &meta, uint32_t fileBlock) {
     offset += e.length;
   }
   return !meta.map.empty();
+}
+
+// The allocation table of a write-once medium is the file entry in the
+// last recorded block; a closed medium has its anchors after it, so the
+// last few hundred blocks are searched backwards.
+bool Volume::loadVirtualTable(Partition &virt) {
+  const Partition &physical = partitions_[virt.physical];
+  uint64_t imageBlocks = imageSize_ / blockSize_;
+  uint64_t last = std::min<uint64_t>(imageBlocks,
+                                     uint64_t{physical.start} + physical.length);
+  for (uint64_t back = 1; back <= 512 && back <= last; ++back) {
+    uint64_t block = last - back;
+    if (block < physical.start) {
+      break;
+    }
+    Node node;
+    if (!loadNode({static_cast<uint32_t>(block - physical.start),
+                   virt.physical},
+                  node)) {
+      continue;
+    }
+    std::string table;
+    if (!readData(node, kMaxVatBytes, table)) {
+      continue;
+    }
+    Bytes t(table);
+    size_t begin = 0, end = 0;
+    if (node.fileType == disc::FILE_TYPE_VAT) {
+      begin = t.u16(0);  // the header's length
+      end = t.size();
+    } else if (node.fileType == 0 && t.size() >= 36 &&
+               regidIs(t.sub(t.size() - 36, 32), "*UDF Virtual Alloc Tbl")) {
+      end = t.size() - 36;  // the older layout: entries, then a trailer
+    } else {
+      continue;
+    }
+    if (begin > end) {
+      continue;
+    }
+    virt.vat.clear();
+    for (size_t at = begin; at + 4 <= end; at += 4) {
+      virt.vat.push_back(t.u32(at));
+    }
+    return true;
+  }
+  return false;
 }
 
 bool Volume::resolve(LbAddr at, uint64_t &imageBlock, uint64_t &run,
@@ -294,6 +354,17 @@ bool Volume::resolve(LbAddr at, uint64_t &imageBlock, uint64_t &run,
         return false;
       }
       run = std::min(run, left);
+      return true;
+    }
+    case Partition::Kind::Virtual: {
+      if (at.block >= p.vat.size() || p.vat[at.block] == 0xFFFFFFFFu) {
+        return false;
+      }
+      if (!resolve({p.vat[at.block], p.physical}, imageBlock, run,
+                   depth + 1)) {
+        return false;
+      }
+      run = 1;  // neighbouring virtual blocks may lie anywhere
       return true;
     }
     default:

@@ -20,6 +20,7 @@ inline constexpr size_t kMaxChainHops = 4096;      // extent descriptor blocks
 inline constexpr int kMaxIndirectHops = 16;        // indirect ICB entries
 inline constexpr uint64_t kMaxFileBytes = 64u << 20;
 inline constexpr uint64_t kMaxDirBytes = 16u << 20;
+inline constexpr uint64_t kMaxVatBytes = 16u << 20;
 
 // A file entry with the data layout it describes.
 struct Node {
@@ -35,7 +36,8 @@ struct Node {
 };
 
 struct Partition {
-  enum class Kind { Unusable, Physical, Metadata } kind = Kind::Unusable;
+  enum class Kind { Unusable, Physical, Metadata, Virtual } kind =
+      Kind::Unusable;
   uint32_t start = 0;   // physical: first block in the image
   uint32_t length = 0;  // physical: blocks
   // Metadata: the extents of the metadata file, in the physical partition
@@ -43,6 +45,9 @@ struct Partition {
   uint16_t physical = 0;
   std::vector<disc::Extent> map;
   std::vector<uint64_t> mapStart;
+  // Virtual (write-once media): the allocation table, virtual block to
+  // block of the partition `physical`.
+  std::vector<uint32_t> vat;
 };
 
 class Volume {
@@ -74,6 +79,7 @@ class Volume {
   bool setUp();
   bool setUpPartitions(disc::Bytes lvd);
   bool loadMetadataMap(Partition &meta, uint32_t fileBlock);
+  bool loadVirtualTable(Partition &virt);
   // The image block that a partition block maps to, and how many blocks
   // from there on are contiguous in the image.
   bool resolve(disc::LbAddr at, uint64_t &imageBlock, uint64_t &run,

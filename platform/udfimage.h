@@ -3,8 +3,8 @@
 //
 // The reader opens the image file and reads blocks on demand through the
 // host seam; it never loads the whole image. It follows type 1 (and
-// sparable) partition maps and the metadata partition of UDF 2.50 and
-// later, file entries and extended file entries with short, long, extended
+// sparable) partition maps, the metadata partition of UDF 2.50 and later
+// and the virtual partition of write-once media, file entries and extended file entries with short, long, extended
 // or embedded allocation descriptors, and converts OSTA compressed Unicode
 // names to UTF-8.
 //

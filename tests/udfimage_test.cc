@@ -197,13 +197,21 @@ TEST(UdfImage, MkudffsRevisionsAndBlockSizes) {
   struct Case {
     const char *revision;
     unsigned blockSize;
+    const char *media;
   };
   // 2.00 and later use extended file entries; 512 and 4096 byte blocks are
-  // what images of hard disks and some USB sticks carry.
-  for (Case c : {Case{"1.02", 2048}, Case{"1.50", 2048}, Case{"2.00", 2048},
-                 Case{"2.01", 2048}, Case{"2.01", 512}, Case{"1.50", 4096}}) {
-    SCOPED_TRACE(std::string(c.revision) + "/" + std::to_string(c.blockSize));
-    ImagePtr image = openImage(test::mkudffsImage(c.revision, c.blockSize));
+  // what images of hard disks and some USB sticks carry. Write-once media
+  // (cdr, bdr) get a virtual partition: the only layout this tool writes
+  // for 2.50 and 2.60.
+  for (Case c : {Case{"1.02", 2048, "hd"}, Case{"1.50", 2048, "hd"},
+                 Case{"2.00", 2048, "hd"}, Case{"2.01", 2048, "hd"},
+                 Case{"2.01", 512, "hd"}, Case{"1.50", 4096, "hd"},
+                 Case{"1.50", 2048, "cdr"}, Case{"2.01", 2048, "cdr"},
+                 Case{"2.50", 2048, "bdr"}, Case{"2.60", 2048, "bdr"}}) {
+    SCOPED_TRACE(std::string(c.revision) + "/" + std::to_string(c.blockSize) +
+                 "/" + c.media);
+    ImagePtr image =
+        openImage(test::mkudffsImage(c.revision, c.blockSize, c.media));
     ASSERT_NE(image, nullptr);
     Dir *root = openDir(image.get(), nullptr, "");
     ASSERT_NE(root, nullptr);

@@ -108,11 +108,13 @@ std::string pycdlibUdfFromTree(const FileTree &files, bool udfOnly) {
                 });
 }
 
-std::string mkudffsImage(const std::string &revision, unsigned blockSize) {
+std::string mkudffsImage(const std::string &revision, unsigned blockSize,
+                         const std::string &media) {
   FileTree none;
-  std::string flavor = "mkudffs-" + revision + "-" + std::to_string(blockSize);
+  std::string flavor = "mkudffs-" + media + "-" + revision + "-" +
+                       std::to_string(blockSize);
   return cached(treeKey(none, flavor), [&](const std::string &tmp) {
-    return "mkudffs --media-type=hd --udfrev=" + revision +
+    return "mkudffs --media-type=" + media + " --udfrev=" + revision +
            " --blocksize=" + std::to_string(blockSize) +
            " --label=Rev" + revision + " --new-file " + shellQuote(tmp) +
            " 2048";

@@ -17,9 +17,10 @@ std::string udfBridgeFromTree(const FileTree &files);
 // an ISO 9660 name of its own (FILEn.;1) unless `udfOnly` is set.
 std::string pycdlibUdfFromTree(const FileTree &files, bool udfOnly = false);
 
-// An empty file system made by mkudffs for hard disks, of the given
-// revision ("1.02" ...) and block size.
-std::string mkudffsImage(const std::string &revision, unsigned blockSize);
+// An empty file system made by mkudffs, of the given revision ("1.02" ...),
+// block size and media type (write-once types get a virtual partition).
+std::string mkudffsImage(const std::string &revision, unsigned blockSize,
+                         const std::string &media = "hd");
 
 // The image as bytes, and back.
 std::string loadImage(const std::string &path);
