@@ -41,8 +41,8 @@ std::string image() {
   put(sources / "lang.ini",
       "[Available UI Languages]\r\nen-US = 3\r\n\r\n"
       "[Fallback Languages]\r\nen-US = en-us\r\n");
-  for (const char *edition : {"HOMEBASIC", "HOMEPREMIUM", "PROFESSIONAL",
-                              "ULTIMATE", "STARTER"}) {
+  for (const char *edition :
+       {"HOMEBASIC", "HOMEPREMIUM", "PROFESSIONAL", "ULTIMATE", "STARTER"}) {
     put(sources / (std::string("install_Windows 7 ") + edition + ".clg"),
         std::string(4096, 'c'));
   }

@@ -57,8 +57,7 @@ bool validTag(Bytes bytes, uint16_t expectedId) {
   if (crcLength > bytes.size() - 16) {
     return false;
   }
-  return crcLength == 0 ||
-         crc16(bytes.data() + 16, crcLength) == bytes.u16(8);
+  return crcLength == 0 || crc16(bytes.data() + 16, crcLength) == bytes.u16(8);
 }
 
 LongAd decodeLongAd(Bytes bytes, size_t at) {
@@ -210,8 +209,7 @@ std::optional<std::string> decodeName(Bytes name) {
       return std::nullopt;
     }
     for (size_t i = 1; i + 1 < name.size(); i += 2) {
-      units.push_back(static_cast<uint32_t>(name.u8(i) << 8) |
-                      name.u8(i + 1));
+      units.push_back(static_cast<uint32_t>(name.u8(i) << 8) | name.u8(i + 1));
     }
   } else {
     return std::nullopt;

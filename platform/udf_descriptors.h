@@ -124,7 +124,7 @@ bool decodeAdRun(Bytes run, AdForm form, uint16_t home,
 struct FileIdent {
   uint8_t characteristics = 0;
   LongAd icb;
-  Bytes name;  // compressed Unicode, still encoded
+  Bytes name;               // compressed Unicode, still encoded
   size_t recordLength = 0;  // bytes to the next identifier
   bool isDirectory() const { return (characteristics & 0x02) != 0; }
   bool isDeleted() const { return (characteristics & 0x04) != 0; }

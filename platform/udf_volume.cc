@@ -19,8 +19,7 @@ constexpr uint32_t kAnchorBlock = 256;
 
 bool regidIs(Bytes regid, const char *ident) {
   size_t n = std::strlen(ident);
-  return regid.size() >= 1 + n &&
-         std::memcmp(regid.data() + 1, ident, n) == 0;
+  return regid.size() >= 1 + n && std::memcmp(regid.data() + 1, ident, n) == 0;
 }
 
 }  // namespace
@@ -97,8 +96,7 @@ bool Volume::openWithBlockSize(uint32_t blockSize) {
       continue;
     }
     uint32_t mainLength = anchor.u32(16), mainLocation = anchor.u32(20);
-    uint32_t reserveLength = anchor.u32(24),
-             reserveLocation = anchor.u32(28);
+    uint32_t reserveLength = anchor.u32(24), reserveLocation = anchor.u32(28);
     if ((readSequence(mainLocation, mainLength) && setUp()) ||
         (readSequence(reserveLocation, reserveLength) && setUp())) {
       return true;
@@ -278,17 +276,17 @@ bool Volume::loadMetadataMap(Partition &meta, uint32_t fileBlock) {
 bool Volume::loadVirtualTable(Partition &virt) {
   const Partition &physical = partitions_[virt.physical];
   uint64_t imageBlocks = imageSize_ / blockSize_;
-  uint64_t last = std::min<uint64_t>(imageBlocks,
-                                     uint64_t{physical.start} + physical.length);
+  uint64_t last = std::min<uint64_t>(
+      imageBlocks, uint64_t{physical.start} + physical.length);
   for (uint64_t back = 1; back <= 512 && back <= last; ++back) {
     uint64_t block = last - back;
     if (block < physical.start) {
       break;
     }
     Node node;
-    if (!loadNode({static_cast<uint32_t>(block - physical.start),
-                   virt.physical},
-                  node)) {
+    if (!loadNode(
+            {static_cast<uint32_t>(block - physical.start), virt.physical},
+            node)) {
       continue;
     }
     std::string table;
@@ -360,8 +358,7 @@ bool Volume::resolve(LbAddr at, uint64_t &imageBlock, uint64_t &run,
       if (at.block >= p.vat.size() || p.vat[at.block] == 0xFFFFFFFFu) {
         return false;
       }
-      if (!resolve({p.vat[at.block], p.physical}, imageBlock, run,
-                   depth + 1)) {
+      if (!resolve({p.vat[at.block], p.physical}, imageBlock, run, depth + 1)) {
         return false;
       }
       run = 1;  // neighbouring virtual blocks may lie anywhere

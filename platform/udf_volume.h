@@ -15,9 +15,9 @@
 namespace gp::udf {
 
 // Bounds that keep a hostile image from making a walk run away.
-inline constexpr size_t kMaxExtents = 65536;       // per file
-inline constexpr size_t kMaxChainHops = 4096;      // extent descriptor blocks
-inline constexpr int kMaxIndirectHops = 16;        // indirect ICB entries
+inline constexpr size_t kMaxExtents = 65536;   // per file
+inline constexpr size_t kMaxChainHops = 4096;  // extent descriptor blocks
+inline constexpr int kMaxIndirectHops = 16;    // indirect ICB entries
 inline constexpr uint64_t kMaxFileBytes = 64u << 20;
 inline constexpr uint64_t kMaxDirBytes = 16u << 20;
 inline constexpr uint64_t kMaxVatBytes = 16u << 20;
@@ -30,14 +30,16 @@ struct Node {
   bool embedded = false;
   std::string embeddedData;
   std::vector<disc::Extent> extents;
-  bool isDirectory() const {
-    return fileType == disc::FILE_TYPE_DIRECTORY;
-  }
+  bool isDirectory() const { return fileType == disc::FILE_TYPE_DIRECTORY; }
 };
 
 struct Partition {
-  enum class Kind { Unusable, Physical, Metadata, Virtual } kind =
-      Kind::Unusable;
+  enum class Kind {
+    Unusable,
+    Physical,
+    Metadata,
+    Virtual
+  } kind = Kind::Unusable;
   uint32_t start = 0;   // physical: first block in the image
   uint32_t length = 0;  // physical: blocks
   // Metadata: the extents of the metadata file, in the physical partition

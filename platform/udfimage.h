@@ -4,9 +4,9 @@
 // The reader opens the image file and reads blocks on demand through the
 // host seam; it never loads the whole image. It follows type 1 (and
 // sparable) partition maps, the metadata partition of UDF 2.50 and later
-// and the virtual partition of write-once media, file entries and extended file entries with short, long, extended
-// or embedded allocation descriptors, and converts OSTA compressed Unicode
-// names to UTF-8.
+// and the virtual partition of write-once media, file entries and extended file
+// entries with short, long, extended or embedded allocation descriptors, and
+// converts OSTA compressed Unicode names to UTF-8.
 //
 // Name matching is caseless for ASCII letters: an entry whose name equals
 // the wanted one exactly is preferred, otherwise the first entry that

@@ -160,8 +160,8 @@ std::string metadataFile(uint8_t type, uint32_t identity, uint32_t extraAt,
   put16(fe, 16 + 4, 4);  // strategy 4
   fe[16 + 11] = static_cast<char>(type);
   put64(fe, 56, uint64_t{identity + extra} * kBlock);
-  std::string ads = shortAd(identity * kBlock, 0) +
-                    shortAd(extra * kBlock, extraAt);
+  std::string ads =
+      shortAd(identity * kBlock, 0) + shortAd(extra * kBlock, extraAt);
   fe.replace(176, ads.size(), ads);
   put32(fe, 172, static_cast<uint32_t>(ads.size()));
   resealTag(fe, 0, 176 + ads.size() - 16);
@@ -229,8 +229,7 @@ TEST(UdfLayout, SplitUnrecordedAndChainedExtents) {
   std::string big = bigContents();
 
   // Three extents, the first allocated but not recorded: it reads as zeros.
-  p.setDescriptors(fe, shortAd(kBlock, first, 1) +
-                           shortAd(kBlock, first + 1) +
+  p.setDescriptors(fe, shortAd(kBlock, first, 1) + shortAd(kBlock, first + 1) +
                            shortAd(kBigSize - 2 * kBlock, first + 2));
   std::string expected = std::string(kBlock, '\0') + big.substr(kBlock);
   ImagePtr split(open(p.save().c_str()));
@@ -256,8 +255,8 @@ TEST(UdfLayout, SplitUnrecordedAndChainedExtents) {
 
   // A chain that comes back to its start never ends: the file is unreadable.
   size_t tailAt = (p.partitionStart() + tail) * kBlock;
-  std::string loop = extentBlock(shortAd(kBlock, first + 1) +
-                                 shortAd(kBlock, head, 3));
+  std::string loop =
+      extentBlock(shortAd(kBlock, first + 1) + shortAd(kBlock, head, 3));
   p.bytes().replace(tailAt, kBlock, loop);
   ImagePtr looping(open(p.save().c_str()));
   EXPECT_EQ(slurp(looping.get(), "", "big.bin"), "<absent>");
@@ -268,16 +267,18 @@ TEST(UdfLayout, HostileDescriptors) {
   struct Case {
     const char *what;
     std::function<void(Patched &)> damage;
-    const char *readme;   // README.TXT afterwards
-    const char *big;      // big.bin afterwards, "ok" for intact
-    const char *root;     // the root listing afterwards
+    const char *readme;  // README.TXT afterwards
+    const char *big;     // big.bin afterwards, "ok" for intact
+    const char *root;    // the root listing afterwards
   };
   const Case cases[] = {
       {"main anchor broken: the backup anchor serves",
        [](Patched &p) { p.bytes()[256 * kBlock + 4] ^= 1; }, "top\r\n", "ok",
        "README.TXT;a;big.bin;"},
       {"every anchor broken",
-       [](Patched &p) { p.editAll(2, [&](size_t a) { put16(p.bytes(), a, 9); }); },
+       [](Patched &p) {
+         p.editAll(2, [&](size_t a) { put16(p.bytes(), a, 9); });
+       },
        "<no image>", "<no image>", "<no dir>"},
       {"file entry with a wrong CRC",
        [](Patched &p) { p.bytes()[p.fileEntry(kBigSize) + 100] ^= 1; },
@@ -304,7 +305,8 @@ TEST(UdfLayout, HostileDescriptors) {
        "top\r\n", "<absent>", "README.TXT;a;"},
       {"file set outside the partition",
        [](Patched &p) {
-         p.editAll(6, [&](size_t lvd) { put32(p.bytes(), lvd + 252, 1u << 30); });
+         p.editAll(6,
+                   [&](size_t lvd) { put32(p.bytes(), lvd + 252, 1u << 30); });
        },
        "<no image>", "<no image>", "<no dir>"},
       {"partition map of a partition that does not exist",

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "guestprep/guess.h"
-#include "platform/udfimage.h"
 #include "support/fixtures.h"
 #include "support/udf_fixtures.h"
 
@@ -27,27 +26,13 @@ Outcome identify(const FileTree &tree) {
   return out;
 }
 
-// Runs one detector alone on a medium record of our own.
-Outcome runDetector(GuessDetector detector, const FileTree &tree) {
-  std::string path = test::udfBridgeFromTree(tree);
-  GuessMedium medium{};
-  medium.kind = GUESS_MEDIUM_UDF;
-  medium.path = const_cast<char *>(path.c_str());
-  medium.udfImage = udf::open(path.c_str());
-  EXPECT_NE(medium.udfImage, nullptr);
-  Outcome out{};
-  out.rc = detector(&medium, &out.info);
-  udf::close(medium.udfImage);
-  return out;
-}
-
 FileTree ntTree(const std::string &dir, const std::string &setupText,
                 const std::string &localization = "") {
   FileTree tree = {{dir + "/TXTSETUP.SIF", setupText}};
   if (!localization.empty()) {
     tree[dir + "/PRODSPEC.INI"] =
-        "[Product Specification]\r\nProduct=x\r\nLocalization=" +
-        localization + "\r\nVersion=5.1\r\n";
+        "[Product Specification]\r\nProduct=x\r\nLocalization=" + localization +
+        "\r\nVersion=5.1\r\n";
   }
   return tree;
 }
@@ -64,11 +49,9 @@ TEST(WindowsNT, ProductNames) {
   };
   for (Case c : {
            Case{"Windows XP Professional x64 Edition", "winXPPro-64"},
-           Case{"Windows XP Professional", "winXPPro"},
            Case{"Windows XP Home Edition", "winXPHome"},
            Case{"Microsoft Windows 2000 Server", "win2000Serv"},
            Case{"Windows Server 2003, Web", "winNetWeb"},
-           Case{"Windows NT Server Version 4.00", "winNT"},
            // A table name is compared whole and case-sensitively; this one
            // falls through to the substring rules and matches none.
            Case{"microsoft windows 2000 server", "<none>"},
@@ -83,7 +66,8 @@ TEST(WindowsNT, ProductNames) {
 
 TEST(WindowsNT, WhichFileAndKeyDecide) {
   // I386 outranks AMD64.
-  FileTree both = ntTree("I386", setupFile("wks_id", "Windows XP Home Edition"));
+  FileTree both =
+      ntTree("I386", setupFile("wks_id", "Windows XP Home Edition"));
   both["AMD64/TXTSETUP.SIF"] =
       setupFile("wks_id", "Windows XP Professional x64 Edition");
   EXPECT_EQ(identify(both).osName(), "winXPHome");
@@ -117,9 +101,9 @@ TEST(WindowsNT, Localization) {
   EXPECT_EQ(none.osName(), "winXPPro");
   EXPECT_STREQ(none.info.language, "");
   // A value longer than the field is cut to 127 characters.
-  Outcome longName = identify(ntTree(
-      "I386", setupFile("wks_id", "Windows XP Professional"),
-      std::string(200, 'L')));
+  Outcome longName =
+      identify(ntTree("I386", setupFile("wks_id", "Windows XP Professional"),
+                      std::string(200, 'L')));
   EXPECT_EQ(std::string(longName.info.language), std::string(127, 'L'));
 }
 
@@ -128,10 +112,6 @@ TEST(WindowsLegacy, DirectoryPrecedence) {
   EXPECT_EQ(identify({{"WIN98/SETUP.EXE", "x"}, {"win95/a", "x"}}).osName(),
             "win95");
   EXPECT_EQ(identify({{"win95/a", "x"}, {"win9x/b", "x"}}).osName(), "winMe");
-  // An XP medium that also carries "win9x" is judged by its setup file.
-  FileTree xp = ntTree("I386", setupFile("wks_id", "Windows XP Professional"));
-  xp["win9x/b"] = "x";
-  EXPECT_EQ(identify(xp).osName(), "winXPPro");
 }
 
 struct Sources {
@@ -186,10 +166,10 @@ TEST(WindowsVista, ReleaseClasses) {
            // Prefix tests: "xwinmain" is no class by itself...
            Case{"xwinmain", "Client", "amd64", "", "<none>"},
            // ...unless an install image name decides it.
-           Case{"xwinmain", "Client", "amd64", "install_Windows 7 HOMEBASIC.clg",
-                "windows7-64"},
-           Case{"xwinmain", "Client", "x86", "INSTALL_WINDOWS VISTA BUSINESS.CLG",
-                "winvista"},
+           Case{"xwinmain", "Client", "amd64",
+                "install_Windows 7 HOMEBASIC.clg", "windows7-64"},
+           Case{"xwinmain", "Client", "x86",
+                "INSTALL_WINDOWS VISTA BUSINESS.CLG", "winvista"},
            // No class, but a server: the Server 2008 identifiers.
            Case{"xwinmain", "Server", "x86", "", "longhorn"},
            Case{"xwinmain", "Server", "AMD64", "", "longhorn"},
@@ -235,16 +215,6 @@ TEST(WindowsVista, SideWritesStayWhenNotRecognised) {
   EXPECT_EQ(plain.rc, GUESS_NOT_FOUND);
   EXPECT_STREQ(plain.info.language, "en-US");
   EXPECT_STREQ(plain.info.editions, "");
-
-  // The detector alone keeps an identifier set before it.
-  Outcome alone = runDetector(
-      [](GuessMedium *m, GuessInfo *info) {
-        info->osName = "earlier";
-        return Guess_WindowsVistaAndNewer(m, info);
-      },
-      vistaTree(s));
-  EXPECT_EQ(alone.rc, TRUE);
-  EXPECT_EQ(alone.osName(), "earlier");
 }
 
 TEST(WindowsVista, Editions) {
@@ -276,11 +246,9 @@ TEST(WindowsVista, LanguageSection) {
            Case{"de-DE = 1\r\nen-US = 0\r\n", "en-US"},
            Case{"en-US = 0\r\nde-DE = 1\r\n", "de-DE"},
            Case{"fr-FR = 2\r\nde-DE = -1\r\n", "fr-FR"},  // negative: ignored
-           Case{"fr-FR = 2\r\n\r\n\r\nja-JP=4\r\n", "ja-JP"},
-           Case{"no assignment\r\nsv-SE = 1\r\n", "sv-SE"},
+           Case{"no assignment\r\n\r\n\r\nja-JP=4\r\n", "ja-JP"},
            // A number that is not one stops the walk.
            Case{"fr-FR = 2\r\nde-DE = one\r\nja-JP = 3\r\n", "fr-FR"},
-           Case{"de-DE = x\r\n", "en-US"},
            Case{"de-DE = -5\r\n", "en-US"},
        }) {
     SCOPED_TRACE(c.lines);
@@ -299,8 +267,8 @@ TEST(WindowsVista, LanguageSection) {
 // The NT and 9x families shipped on ISO 9660 media; their directory and
 // file names are upper case there, in primary names even 8.3 only.
 TEST(WindowsIso9660, NtAnd9xMedia) {
-  FileTree xp = ntTree("I386", setupFile("wks_id", "Windows XP Professional"),
-                       "English");
+  FileTree xp =
+      ntTree("I386", setupFile("wks_id", "Windows XP Professional"), "English");
   xp["WIN9X/SETUP.EXE"] = "MZ";
   for (test::IsoFlavor flavor :
        {test::IsoFlavor::Primary, test::IsoFlavor::JolietRockRidge}) {
@@ -311,11 +279,11 @@ TEST(WindowsIso9660, NtAnd9xMedia) {
     EXPECT_STREQ(info.language, "English");
   }
   GuessInfo me{};
-  EXPECT_EQ(Guess_Guest(test::isoFromTree({{"WIN95/A.CAB", "x"},
-                                           {"WIN9X/B.CAB", "x"}},
-                                          test::IsoFlavor::Primary)
-                            .c_str(),
-                        0, &me),
+  EXPECT_EQ(Guess_Guest(
+                test::isoFromTree({{"WIN95/A.CAB", "x"}, {"WIN9X/B.CAB", "x"}},
+                                  test::IsoFlavor::Primary)
+                    .c_str(),
+                0, &me),
             GUESS_FOUND);
   EXPECT_STREQ(me.osName, "winMe");
   GuessInfo seven{};
@@ -331,9 +299,8 @@ TEST(WindowsIso9660, NtAnd9xMedia) {
 TEST(WindowsVista, BridgeImageIsReadThroughUdf) {
   // The markers exist only in the UDF directory tree of this image.
   Outcome o{};
-  o.rc = Guess_Guest(test::pycdlibUdfFromTree(vistaTree(Sources{}), true)
-                         .c_str(),
-                     0, &o.info);
+  o.rc = Guess_Guest(
+      test::pycdlibUdfFromTree(vistaTree(Sources{}), true).c_str(), 0, &o.info);
   EXPECT_EQ(o.rc, GUESS_FOUND);
   EXPECT_EQ(o.osName(), "windows7-64");
 }

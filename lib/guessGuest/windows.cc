@@ -249,8 +249,8 @@ std::string chosenLanguage(std::string_view langIni) {
 const char *vistaFamily(GuessMedium *medium, std::string_view productIni,
                         std::string_view buildInfo) {
   std::string value;
-  bool server = valueAfter(productIni, "Type=", value) &&
-                contains(value, "Server");
+  bool server =
+      valueAfter(productIni, "Type=", value) && contains(value, "Server");
   Release release = Release::None;
   if (valueAfter(buildInfo, "BuildBranch=", value)) {
     release = releaseClass(medium, value);

@@ -28,8 +28,7 @@ std::string treeKey(const FileTree &files, std::string_view flavor) {
     mix(std::string_view("\1", 1));
   }
   char key[32];
-  std::snprintf(key, sizeof key, "%016llx",
-                static_cast<unsigned long long>(h));
+  std::snprintf(key, sizeof key, "%016llx", static_cast<unsigned long long>(h));
   std::string dir = std::string(GP_BINARY_DIR) + "/fixtures";
   fs::create_directories(dir);
   return dir + "/udf-" + key + "-" + std::string(flavor) + ".img";
@@ -111,13 +110,12 @@ std::string pycdlibUdfFromTree(const FileTree &files, bool udfOnly) {
 std::string mkudffsImage(const std::string &revision, unsigned blockSize,
                          const std::string &media) {
   FileTree none;
-  std::string flavor = "mkudffs-" + media + "-" + revision + "-" +
-                       std::to_string(blockSize);
+  std::string flavor =
+      "mkudffs-" + media + "-" + revision + "-" + std::to_string(blockSize);
   return cached(treeKey(none, flavor), [&](const std::string &tmp) {
     return "mkudffs --media-type=" + media + " --udfrev=" + revision +
-           " --blocksize=" + std::to_string(blockSize) +
-           " --label=Rev" + revision + " --new-file " + shellQuote(tmp) +
-           " 2048";
+           " --blocksize=" + std::to_string(blockSize) + " --label=Rev" +
+           revision + " --new-file " + shellQuote(tmp) + " 2048";
   });
 }
 
