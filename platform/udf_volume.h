@@ -19,7 +19,7 @@ inline constexpr size_t kMaxExtents = 65536;   // per file
 inline constexpr size_t kMaxChainHops = 4096;  // extent descriptor blocks
 inline constexpr int kMaxIndirectHops = 16;    // indirect ICB entries
 inline constexpr uint64_t kMaxFileBytes = 64u << 20;
-inline constexpr uint64_t kMaxDirBytes = 16u << 20;
+inline constexpr uint64_t kMaxDirBytes = 4u << 20;
 inline constexpr uint64_t kMaxVatBytes = 16u << 20;
 
 // A file entry with the data layout it describes.

@@ -18,7 +18,7 @@
 // a correct CRC; anything else is treated as absent. Extents are checked
 // against their partition and the image, allocation descriptor chains and
 // indirect entries are bounded and must not revisit a block, directories
-// are read up to 16 MiB and files up to 64 MiB. A malformed directory
+// are read up to 4 MiB and files up to 64 MiB. A malformed directory
 // record ends its listing. Failures are reported as null or FALSE.
 #pragma once
 
