@@ -114,6 +114,8 @@ const FileTree &sampleTree() {
       {"sources/exact.bin", pattern(2 * 2048, 9)},
       {"sources/empty.txt", ""},
       {"a/b/c/d/deep.txt", "deep\n"},
+      {"names/Ünïcode.txt", "8-bit name"},
+      {"names/日本語.txt", "16-bit name"},
       {"emptydir/", ""},
   };
   return tree;
@@ -147,6 +149,7 @@ TEST(UdfImage, PathsAndNameMatching) {
   }
   EXPECT_EQ(slurp(img, "/a/b/c/d", "deep.txt"), "deep\n");
   EXPECT_EQ(slurp(img, "A/B/C/D", "DEEP.TXT"), "deep\n");
+  EXPECT_EQ(slurp(img, "NAMES", "日本語.txt"), "16-bit name");
   EXPECT_EQ(slurp(img, "SOURCES", "install_windows 7 ultimate.clg"), "catalog");
   Dir *a = openDir(img, nullptr, "a");
   ASSERT_NE(a, nullptr);

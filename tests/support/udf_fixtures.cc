@@ -87,8 +87,8 @@ std::string udfBridgeFromTree(const FileTree &files) {
     std::string root = scratch / fs::path(tmp).filename().string();
     fs::remove_all(root);
     writeTree(root, files);
-    return "genisoimage -quiet -udf -J -R -V TESTVOL -o " + shellQuote(tmp) +
-           " " + shellQuote(root);
+    return "genisoimage -quiet -input-charset utf-8 -udf -J -R -V TESTVOL -o " +
+           shellQuote(tmp) + " " + shellQuote(root);
   });
 }
 
