@@ -528,6 +528,25 @@ TEST(IsoImage, JoinsTheExtentsOfAMultiExtentFile) {
   expectSafeWalk(image.write(dir, "multi2.iso"));
 }
 
+TEST(IsoImage, RockRidgeNamesFromContinuationAreas) {
+  // A long name does not fit in the record, so its NM entry moves to a
+  // continuation area, possibly in pieces.
+  const std::string longName = std::string(200, 'n') + ".Mixed Case";
+  std::string iso = test::isoFromTree(
+      {{longName, "long\n"}, {"sub/" + longName, "deeper\n"}},
+      IsoFlavor::RockRidge);
+  ImagePtr image = openImage(iso, FORMAT_ROCKRIDGE);
+  std::map<std::string, std::string> ours;
+  EXPECT_EQ(walk(image.get(), "", ours), ISO_OK);
+  EXPECT_EQ(ours, xorrisoTree(iso, "any"));
+  EXPECT_EQ(ours[longName], "long\n");
+  TempDir out;
+  EXPECT_EQ(extractFile(image.get(), ("sub/" + longName).c_str(),
+                        (out / "x").c_str()),
+            ISO_OK);
+  EXPECT_EQ(test::readFile(out / "x"), "deeper\n");
+}
+
 TEST(IsoImageRecords, JolietNamesBecomeUtf8) {
   const uint8_t raw[] = {0x00, 'c',  0x00, 'a',  0x00, 'f',  0x00, 0xE9,
                          0xD8, 0x3D, 0xDE, 0x00, 0x00, ';',  0x00, '1'};
