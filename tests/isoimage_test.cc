@@ -133,17 +133,20 @@ std::map<std::string, std::string> xorrisoTree(const std::string &iso,
 struct FlavorCase {
   IsoFlavor flavor;
   uint32_t formats;      // what listFormats must report
-  uint32_t active;       // richest format, opened with every bit set
+  uint32_t requested;
+  uint32_t active;
   const char *readFs;    // xorriso's choice of the same tree
 };
 
 const FlavorCase kFlavors[] = {
-    {IsoFlavor::Primary, FORMAT_ISO9660, FORMAT_ISO9660, "ecma119"},
-    {IsoFlavor::Joliet, FORMAT_ISO9660 | FORMAT_JOLIET, FORMAT_JOLIET,
+    {IsoFlavor::Primary, FORMAT_ISO9660, 7, FORMAT_ISO9660, "ecma119"},
+    {IsoFlavor::Joliet, FORMAT_ISO9660 | FORMAT_JOLIET, 7, FORMAT_JOLIET,
      "norock"},
-    {IsoFlavor::RockRidge, FORMAT_ISO9660 | FORMAT_ROCKRIDGE, FORMAT_ROCKRIDGE,
-     "any"},
-    {IsoFlavor::JolietRockRidge, 7, FORMAT_ROCKRIDGE, "any"},
+    {IsoFlavor::RockRidge, FORMAT_ISO9660 | FORMAT_ROCKRIDGE, 7,
+     FORMAT_ROCKRIDGE, "any"},
+    {IsoFlavor::JolietRockRidge, 7, 7, FORMAT_ROCKRIDGE, "any"},
+    {IsoFlavor::JolietRockRidge, 7, 3, FORMAT_JOLIET, "norock"},
+    {IsoFlavor::JolietRockRidge, 7, 1, FORMAT_ISO9660, "ecma119"},
 };
 
 TEST(IsoImage, ListsAndReadsWhatAnIndependentReaderExtracts) {
@@ -151,7 +154,7 @@ TEST(IsoImage, ListsAndReadsWhatAnIndependentReaderExtracts) {
     std::string iso = test::isoFromTree(sampleTree(), c.flavor);
     SCOPED_TRACE(iso);
     EXPECT_EQ(listFormats(iso.c_str()), c.formats);
-    ImagePtr image = openImage(iso, 7);
+    ImagePtr image = openImage(iso, c.requested);
     ASSERT_TRUE(image);
     EXPECT_EQ(activeFormat(image.get()), c.active);
     std::map<std::string, std::string> ours;
@@ -401,7 +404,13 @@ int expectSafeWalk(const std::string &path, uint32_t formats = 7) {
   return rc;
 }
 
+size_t openDescriptors() {
+  return static_cast<size_t>(std::distance(
+      fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
 TEST(IsoImageHostile, TruncatedImagesFailCleanly) {
+  size_t descriptors = openDescriptors();
   std::string iso = test::isoFromTree(sampleTree(), IsoFlavor::Primary);
   TempDir dir;
   PatchedImage image(iso);
@@ -427,6 +436,8 @@ TEST(IsoImageHostile, TruncatedImagesFailCleanly) {
   File *file = nullptr;
   EXPECT_EQ(openFile(opened.get(), &entry, &file), ISO_ERR_FORMAT);
   EXPECT_EQ(file, nullptr);
+  opened.reset();
+  EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST(IsoImageHostile, ImpossibleExtentsAndLengthsAreRefused) {
@@ -545,6 +556,26 @@ TEST(IsoImage, RockRidgeNamesFromContinuationAreas) {
                         (out / "x").c_str()),
             ISO_OK);
   EXPECT_EQ(test::readFile(out / "x"), "deeper\n");
+}
+
+TEST(IsoImage, FollowsRelocatedRockRidgeDirectories) {
+  // genisoimage moves directories nested deeper than eight levels aside
+  // and links them back into place.
+  TempDir dir;
+  std::string deep = "1/2/3/4/5/6/7/8/9/10";
+  test::writeTree(dir / "tree", {{deep + "/deep.txt", "bottom\n"},
+                                 {"top.txt", "top\n"}});
+  std::string iso = dir / "deep.iso";
+  ASSERT_EQ(test::runCommand("genisoimage -quiet -R -o " +
+                             test::shellQuote(iso) + " " +
+                             test::shellQuote(dir / "tree") + " 2>/dev/null"),
+            0);
+  ImagePtr image = openImage(iso, 7);
+  ASSERT_EQ(activeFormat(image.get()), FORMAT_ROCKRIDGE);
+  std::map<std::string, std::string> ours;
+  EXPECT_EQ(walk(image.get(), "", ours), ISO_OK);
+  EXPECT_EQ(ours, xorrisoTree(iso, "any"));
+  EXPECT_EQ(ours[deep + "/deep.txt"], "bottom\n");
 }
 
 TEST(IsoImageRecords, JolietNamesBecomeUtf8) {
