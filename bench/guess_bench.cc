@@ -4,7 +4,6 @@
 // extended to 4 GiB as a sparse file: identification must not depend on
 // the image's size, and the benchmark reports how much of it is read.
 #include <benchmark/benchmark.h>
-
 #include <sys/stat.h>
 
 #include <atomic>
@@ -87,8 +86,9 @@ void BM_GuessGuestRedHat4GiB(benchmark::State &state) {
     benchmark::DoNotOptimize(Guess_Guest(image.c_str(), 0, &info));
   }
   state.SetItemsProcessed(state.iterations());
-  state.counters["bytes_read_per_call"] = benchmark::Counter(
-      static_cast<double>(gBytesRead) / static_cast<double>(state.iterations()));
+  state.counters["bytes_read_per_call"] =
+      benchmark::Counter(static_cast<double>(gBytesRead) /
+                         static_cast<double>(state.iterations()));
 }
 BENCHMARK(BM_GuessGuestRedHat4GiB)->Unit(benchmark::kMicrosecond);
 

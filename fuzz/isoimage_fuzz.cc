@@ -79,8 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   }
   std::string path = "/proc/self/fd/" + std::to_string(fd);
   uint32_t present = listFormats(path.c_str());
-  for (uint32_t formats : {present, uint32_t{FORMAT_ISO9660},
-                           uint32_t{FORMAT_JOLIET}}) {
+  for (uint32_t formats :
+       {present, uint32_t{FORMAT_ISO9660}, uint32_t{FORMAT_JOLIET}}) {
     IsoImage *iso = nullptr;
     if (gp::iso::open(path.c_str(), formats, 0, &iso) != ISO_OK) {
       continue;

