@@ -48,6 +48,9 @@ int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
       if (!item.isDirectory) {
         return ISO_ERR_NOT_DIR;
       }
+      if (item.size > kMaxDirectoryBytes) {
+        return ISO_ERR_FORMAT;
+      }
       rc = startDir(image, item.extent, static_cast<uint32_t>(item.size), dir);
     }
   }
@@ -198,10 +201,10 @@ uint32_t listFormats(const char *path) {
   if (path == nullptr) {
     return 0;
   }
-  IsoImage image;
+  auto image = std::make_unique<IsoImage>();  // its sector cache is large
   uint32_t formats = 0;
   rec::Record jolietRoot;
-  probe(path, image, formats, jolietRoot);
+  probe(path, *image, formats, jolietRoot);
   return formats;
 }
 

@@ -18,6 +18,7 @@ constexpr size_t kMinRecordLength = 34;
 
 // Directory record flags.
 constexpr uint8_t kFlagDirectory = 0x02;
+constexpr uint8_t kFlagAssociated = 0x04;
 constexpr uint8_t kFlagMultiExtent = 0x80;
 
 // A read-only view of bytes that refuses to index outside itself.

@@ -225,6 +225,8 @@ int nextItem(IsoImage &image, Dir &dir, Item &item) {
     if (rc != ISO_OK) {
       return rc;
     }
+    // Associated files (resource forks) repeat the name of their file.
+    bool associated = (record.flags & rec::kFlagAssociated) != 0;
     if (isSelfOrParent(record)) {
       continue;
     }
@@ -276,7 +278,7 @@ int nextItem(IsoImage &image, Dir &dir, Item &item) {
       item.name = rec::primaryName(record.identifier);
       item.isRegular = !item.isDirectory;
     }
-    if (relocated || !rec::isUsableName(item.name)) {
+    if (relocated || associated || !rec::isUsableName(item.name)) {
       continue;
     }
     return ISO_OK;
