@@ -69,8 +69,18 @@ void readSystemUse(IsoImage &image, const Record &record, size_t skip,
     uint64_t offset = uint64_t{su.nextBlock} * kSectorSize + su.nextOffset;
     continuation.resize(su.nextLength);
     if (!inImage(image, su.nextBlock,
-                 su.nextOffset + uint64_t{su.nextLength}) ||
-        !readBytes(image, offset, continuation.data(), continuation.size())) {
+                 su.nextOffset + uint64_t{su.nextLength})) {
+      return;
+    }
+    // Areas usually share one sector, which every lookup revisits.
+    const uint8_t *sector = nullptr;
+    if (su.nextOffset + su.nextLength <= kSectorSize) {
+      if (!readSector(image, su.nextBlock, sector)) {
+        return;
+      }
+      std::memcpy(continuation.data(), sector + su.nextOffset, su.nextLength);
+    } else if (!readBytes(image, offset, continuation.data(),
+                          continuation.size())) {
       return;
     }
     area = Bytes{continuation.data(), continuation.size()};
