@@ -48,6 +48,14 @@ DebianFacts debianFromDiskInfo(std::string_view text);
 // SUSE media from the root "content" file, and from "media.1/products"
 // when there is no "content".
 MarkerVerdict suseFromContent(std::string_view text);
+
+// The version that the VERSION lines of "content" give: major 0 and minor
+// -1 when there are none.
+struct SuseVersion {
+  long major = 0;
+  long minor = -1;
+};
+SuseVersion suseContentVersion(std::string_view text);
 MarkerVerdict suseFromProducts(std::string_view text);
 
 // The Orvex package list "packages.xml", NUL-terminated: whether it

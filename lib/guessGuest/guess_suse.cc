@@ -55,8 +55,7 @@ bool isCSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 struct SuseContent {
   std::optional<std::string_view> product;
   std::optional<std::string_view> arch;
-  long major = 0;
-  long minor = -1;
+  SuseVersion version;
 };
 
 // The product name after a PRODUCT or NAME word: the white space after the
@@ -83,7 +82,7 @@ std::optional<std::string_view> productAfter(std::string_view text,
 // second token. Reading just those keeps a file of many VERSION lines and
 // few dots from being rescanned once per line.
 void applyVersionLines(std::string_view text, const std::vector<size_t> &ends,
-                       SuseContent &content) {
+                       SuseVersion &version) {
   if (ends.empty()) {
     return;
   }
@@ -100,10 +99,10 @@ void applyVersionLines(std::string_view text, const std::vector<size_t> &ends,
     pos = ends[last];
     str::nextIntToken(text, pos, ".", major);
   }
-  content.major = major;
+  version.major = major;
   long minor = 0;
   if (str::nextIntToken(text, pos, ".", minor)) {
-    content.minor = minor;
+    version.minor = minor;
     return;
   }
   // The last line's first token runs to the end or to a dot followed by
@@ -120,7 +119,7 @@ void applyVersionLines(std::string_view text, const std::vector<size_t> &ends,
   pos = *(after - 1);
   if (str::nextIntToken(text, pos, ".", major) &&
       str::nextIntToken(text, pos, ".", minor)) {
-    content.minor = minor;
+    version.minor = minor;
   }
 }
 
@@ -152,13 +151,15 @@ SuseContent readContent(std::string_view text) {
       }
     }
   }
-  applyVersionLines(text, versionEnds, content);
+  applyVersionLines(text, versionEnds, content.version);
   return content;
 }
 
-MarkerVerdict enterpriseVerdict(std::string_view product, long major,
-                                long minor, bool is64) {
+MarkerVerdict enterpriseVerdict(std::string_view product, SuseVersion version,
+                                bool is64) {
   MarkerVerdict v;
+  long major = version.major;
+  long minor = version.minor;
   bool desktop = product.size() > 8 && product[8] == 'D';
   if (desktop) {
     v.subVersion = (major == 10 && minor < 3)
@@ -173,6 +174,10 @@ MarkerVerdict enterpriseVerdict(std::string_view product, long major,
 
 }  // namespace
 
+SuseVersion suseContentVersion(std::string_view text) {
+  return readContent(text).version;
+}
+
 MarkerVerdict suseFromContent(std::string_view text) {
   SuseContent c = readContent(text);
   MarkerVerdict v;
@@ -185,12 +190,13 @@ MarkerVerdict suseFromContent(std::string_view text) {
     v.osName = pick(kSuse, is64);
   } else if (str::startsWithCaseless(product, "openSUSE")) {
     v.osName = pick(kOpenSuse, is64);
-    if ((c.major >= 0 && c.major <= 10) || (c.major == 11 && c.minor <= 2)) {
+    long major = c.version.major;
+    if ((major >= 0 && major <= 10) || (major == 11 && c.version.minor <= 2)) {
       v.subVersion = GUESS_VERSION_OPENSUSE_11_2_OR_LOWER;
     }
   } else if (str::startsWith(product, "SUSE SLE") ||
              str::startsWith(product, "SUSE_SLE")) {
-    v = enterpriseVerdict(product, c.major, c.minor, is64);
+    v = enterpriseVerdict(product, c.version, is64);
   } else if (str::startsWithCaseless(product, "Sun Java Desktop")) {
     v.osName = "sjds";
   } else if (str::startsWithCaseless(product, "Novell Linux Desktop")) {

@@ -1,0 +1,459 @@
+// The readings of marker files, fed straight from text.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <random>
+#include <string>
+
+#include "lib/guessGuest/guess_markers.h"
+#include "platform/strutil.h"
+#include "support/fixtures.h"
+
+namespace gp::guess {
+namespace {
+
+std::string nameOf(const MarkerVerdict &v) {
+  return v.osName != nullptr ? v.osName : "(none)";
+}
+
+#define EXPECT_VERDICT(v, name, code) \
+  do {                                \
+    EXPECT_EQ(nameOf(v), name);       \
+    EXPECT_EQ((v).subVersion, uint32_t(code)); \
+  } while (0)
+
+// --- Mandriva ---
+
+TEST(MandrivaMarkers, VersionFile) {
+  MandrivaFacts f = mandrivaFromVersionFile("Mandrake Linux 10.1 x86_64");
+  EXPECT_VERDICT(f.verdict, "mandrake", 0);
+  EXPECT_TRUE(f.settled);
+
+  f = mandrivaFromVersionFile("Mandriva Linux 2006.0 x86_64 (Official)");
+  EXPECT_VERDICT(f.verdict, "mandriva-64", GUESS_VERSION_MANDRIVA_2006);
+  EXPECT_EQ(f.version, "2006");
+
+  // No architecture: no identifier, but the release is still reported.
+  f = mandrivaFromVersionFile("Mandriva Linux 2006.0 ppc");
+  EXPECT_VERDICT(f.verdict, "(none)", GUESS_VERSION_MANDRIVA_2006);
+  EXPECT_EQ(f.version, "2006");
+
+  f = mandrivaFromVersionFile("Mandriva Linux 2007.0 i586");
+  EXPECT_VERDICT(f.verdict, "mandriva", 0);
+  EXPECT_EQ(f.version, "");
+
+  f = mandrivaFromVersionFile("Fedora 2006. i586");
+  EXPECT_VERDICT(f.verdict, "(none)", 0);
+  EXPECT_EQ(f.version, "");
+  EXPECT_TRUE(f.settled);
+}
+
+TEST(MandrivaMarkers, VolumeIdentifier) {
+  MandrivaFacts f;
+  mandrivaFromVolumeId("Mandriva.2010.0.x86_64", f);
+  EXPECT_VERDICT(f.verdict, "mandriva-64",
+                 GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER);
+  EXPECT_TRUE(f.settled);
+
+  // A release of the 2010s without an architecture still needs product.id.
+  f = MandrivaFacts();
+  mandrivaFromVolumeId("Mandriva.2011.0", f);
+  EXPECT_VERDICT(f.verdict, "(none)", GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER);
+  EXPECT_FALSE(f.settled);
+
+  f = MandrivaFacts();
+  mandrivaFromVolumeId("Mandriva.2009.1.i586", f);
+  EXPECT_VERDICT(f.verdict, "mandriva", 0);
+  EXPECT_FALSE(f.settled);
+
+  for (const char *other : {"Mandriva-Linux-2010.0-x86_64", "Mandriva.201",
+                            "Mandriva.2010", "mandriva.2010.0.x86_64", ""}) {
+    f = MandrivaFacts();
+    mandrivaFromVolumeId(other, f);
+    EXPECT_FALSE(f.settled) << other;
+    EXPECT_EQ(f.verdict.subVersion, 0u) << other;
+  }
+}
+
+TEST(MandrivaMarkers, ProductFile) {
+  const std::string base =
+      "vendor=Mandriva,distribution=Mandriva Linux,type=basic,";
+  struct Case {
+    std::string rest;
+    const char *name;
+    uint32_t code;
+    const char *version;
+  } cases[] = {
+      {"version=2008.0,branch=Official,arch=x86_64", "mandriva-64",
+       GUESS_VERSION_MANDRIVA_2008_0, "2008.0"},
+      {"version=2008.2,arch=i586", "mandriva",
+       GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER, "2008.2"},
+      {"version=2010.0 \narch=i586", "mandriva",
+       GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER, "2010.0"},
+      {"version=2007.1,arch=x86_6", "mandriva-64", GUESS_VERSION_MANDRIVA_2007,
+       "2007.1"},
+      {"version=2006.0,arch=i586", "mandriva", 0, "2006.0"},
+      // Without "arch=" the version is not read either.
+      {"version=2008.0", "(none)", 0, ""},
+      {"arch=i586", "mandriva", 0, ""},
+      {"arch=i586,version=", "mandriva", 0, ""},
+      {"arch=x86", "(none)", 0, ""},
+  };
+  for (const Case &c : cases) {
+    MandrivaFacts f;
+    mandrivaFromProductId(base + c.rest, f);
+    EXPECT_VERDICT(f.verdict, c.name, c.code);
+    EXPECT_EQ(f.version, c.version) << c.rest;
+  }
+  MandrivaFacts f;
+  mandrivaFromProductId("vendor=Mandrake,arch=i586,version=2008.0", f);
+  EXPECT_VERDICT(f.verdict, "(none)", 0);
+}
+
+TEST(MandrivaMarkers, ProductFileKeepsWhatTheVolumeIdentifierFound) {
+  MandrivaFacts f;
+  mandrivaFromVolumeId("Mandriva.2010.1", f);
+  mandrivaFromProductId("vendor=Mandriva,arch=ppc,version=2006.0", f);
+  EXPECT_VERDICT(f.verdict, "(none)", GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER);
+
+  f = MandrivaFacts();
+  mandrivaFromVolumeId("Mandriva.2009.1.x86_64", f);
+  mandrivaFromProductId("vendor=Mandriva,arch=sparc", f);
+  EXPECT_VERDICT(f.verdict, "mandriva-64", 0);
+}
+
+// --- Debian and Ubuntu ---
+
+TEST(DebianMarkers, UbuntuReleasesAndEditions) {
+  struct Case {
+    const char *info;
+    const char *name;
+    uint32_t code;
+    const char *version;
+  } cases[] = {
+      {"Ubuntu-Server 8.04 \"Hardy Heron\" - Release amd64 (20080424)",
+       "ubuntu-64", GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER, "Server 8.04"},
+      {"Ubuntu-Server 8.10 \"Intrepid Ibex\" - Release i386", "ubuntu",
+       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, "Server 8.10"},
+      {"Ubuntu-Server 10.04.1 LTS - Release amd64", "ubuntu-64",
+       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, "Server 10.04.1"},
+      {"Kubuntu 7.04 \"Feisty Fawn\" - Release i386", "ubuntu",
+       GUESS_VERSION_UBUNTU_704_OR_LOWER, "7.04"},
+      {"Kubuntu 7.10 \"Gutsy Gibbon\" - Release i386", "ubuntu",
+       GUESS_VERSION_UBUNTU_710_OR_HIGHER, "7.10"},
+      {"Ubuntu 10.04 \"Lucid Lynx\" - Release amd64", "ubuntu-64",
+       GUESS_VERSION_UBUNTU_710_OR_HIGHER, "10.04"},
+      {"Xubuntu 6.06 - Release i386", "ubuntu",
+       GUESS_VERSION_UBUNTU_704_OR_LOWER, "6.06"},
+      {"Edubuntu 8.04 - Release powerpc", "(none)",
+       GUESS_VERSION_UBUNTU_710_OR_HIGHER, "8.04"},
+      {"Ubuntu", "(none)", GUESS_VERSION_UBUNTU_704_OR_LOWER, ""},
+      {"Ubuntu-i386-without-blanks", "ubuntu",
+       GUESS_VERSION_UBUNTU_704_OR_LOWER, ""},
+  };
+  for (const Case &c : cases) {
+    DebianFacts f = debianFromDiskInfo(c.info);
+    EXPECT_VERDICT(f.verdict, c.name, c.code);
+    EXPECT_EQ(f.version, c.version) << c.info;
+  }
+}
+
+TEST(DebianMarkers, DebianReleases) {
+  DebianFacts f = debianFromDiskInfo(
+      "Debian GNU/Linux 5.0.3 \"Lenny\" - Official amd64 CD Binary-1");
+  EXPECT_VERDICT(f.verdict, "debian5-64", 0);
+  EXPECT_EQ(f.version, "");
+  EXPECT_VERDICT(debianFromDiskInfo("Debian GNU/Linux 4.0 r0 - i386").verdict,
+                 "debian4", 0);
+  EXPECT_VERDICT(debianFromDiskInfo("Debian GNU/Linux 7.0 - amd64").verdict,
+                 "debian7-64", 0);
+  EXPECT_VERDICT(
+      debianFromDiskInfo("Debian GNU/Linux 6.0.1 \"Squeeze\" - amd64").verdict,
+      "(none)", 0);
+  EXPECT_VERDICT(debianFromDiskInfo("ubuntu 8.04 i386").verdict, "(none)", 0);
+}
+
+// --- SUSE ---
+
+std::string content(const std::string &product, const std::string &version,
+                    const std::string &arch = "BASEARCHS x86_64\n") {
+  return "CONTENTSTYLE 11\n" + product + "\n" + version + arch;
+}
+
+TEST(SuseMarkers, EnterpriseEditionsByVersion) {
+  struct Case {
+    const char *product;
+    const char *version;
+    const char *name;
+    uint32_t code;
+  } cases[] = {
+      {"NAME SUSE_SLED", "VERSION 10.1\n", "sles10-64",
+       GUESS_VERSION_SLED_10_SP2_OR_LOWER},
+      {"NAME SUSE_SLED", "VERSION 10.3\n", "sles10-64", GUESS_VERSION_SLED_ALL},
+      {"NAME SUSE_SLED", "VERSION 11.1\n", "sles11-64", GUESS_VERSION_SLED_ALL},
+      {"PRODUCT SUSE SLED", "VERSION 10\n", "sles10-64",
+       GUESS_VERSION_SLED_10_SP2_OR_LOWER},
+      {"NAME SUSE_SLES", "VERSION 10.2\n", "sles10-64",
+       GUESS_VERSION_SLES_10_SP2_OR_LOWER},
+      {"NAME SUSE_SLES", "VERSION 10.3\n", "sles10-64", 0},
+      {"NAME SUSE_SLES", "VERSION 9\n", "sles-64", 0},
+      {"NAME SUSE_SLE", "VERSION 10\n", "sles10-64",
+       GUESS_VERSION_SLES_10_SP2_OR_LOWER},
+      {"NAME SuSE_SLES", "VERSION 10\n", "(none)", 0},  // case matters here
+  };
+  for (const Case &c : cases) {
+    EXPECT_VERDICT(suseFromContent(content(c.product, c.version)), c.name,
+                   c.code);
+  }
+}
+
+TEST(SuseMarkers, OpenSuseAndOthers) {
+  EXPECT_VERDICT(suseFromContent(content("LABEL openSUSE 11.2\nNAME openSUSE",
+                                         "VERSION 11.2\n")),
+                 "opensuse-64", GUESS_VERSION_OPENSUSE_11_2_OR_LOWER);
+  EXPECT_VERDICT(suseFromContent(content("NAME openSUSE", "VERSION 11.3\n",
+                                         "BASEARCHS i586\n")),
+                 "opensuse", 0);
+  EXPECT_VERDICT(suseFromContent(content("NAME OPENSUSE", "")), "opensuse-64",
+                 GUESS_VERSION_OPENSUSE_11_2_OR_LOWER);
+  EXPECT_VERDICT(suseFromContent(content("PRODUCT SuSE Linux 9.3", "")),
+                 "suse-64", 0);
+  EXPECT_VERDICT(suseFromContent(content("PRODUCT Sun Java Desktop System",
+                                         "VERSION 2\n")),
+                 "sjds", 0);
+  EXPECT_VERDICT(suseFromContent(content("PRODUCT Novell Linux Desktop", "",
+                                         "DEFAULTBASE i586\n")),
+                 "nld9", 0);
+  EXPECT_VERDICT(suseFromContent(content("PRODUCT Fedora", "")), "(none)", 0);
+}
+
+TEST(SuseMarkers, ContentWalkRules) {
+  // The first product name wins; the first architecture wins.
+  EXPECT_VERDICT(suseFromContent("PRODUCT openSUSE\nNAME SUSE LINUX\n"
+                                 "DEFAULTBASE i586\nBASEARCHS x86_64\n"),
+                 "opensuse", GUESS_VERSION_OPENSUSE_11_2_OR_LOWER);
+  // Every VERSION line overwrites the version.
+  EXPECT_VERDICT(suseFromContent("NAME openSUSE\nVERSION 11.3\nVERSION 11.1\n"
+                                 "BASEARCHS x86_64\n"),
+                 "opensuse-64", GUESS_VERSION_OPENSUSE_11_2_OR_LOWER);
+  // Without an architecture nothing is recognised.
+  EXPECT_VERDICT(suseFromContent("NAME SUSE_SLES\nVERSION 10\n"), "(none)", 0);
+  EXPECT_VERDICT(suseFromContent("BASEARCHS x86_64\nVERSION 10\n"), "(none)",
+                 0);
+  // The name may start on the next line; the word only needs the prefix.
+  EXPECT_VERDICT(suseFromContent("NAME\n  SUSE_SLES\nBASEARCHS x86_64\n"),
+                 "sles-64", 0);
+  // A tab is not a word delimiter, and the architecture is the next word
+  // wherever it is.
+  EXPECT_VERDICT(suseFromContent("PRODUCTNAME SUSE LINUX\n   \n"
+                                 "  DEFAULTBASE\tx86_64\nBASEARCHS x86_64\n"),
+                 "suse", 0);
+  EXPECT_VERDICT(suseFromContent("NAME SUSE LINUX\r\nBASEARCHS x86_64\r\n"),
+                 "suse", 0);
+}
+
+TEST(SuseMarkers, VersionTokensRunToTheNextDot) {
+  auto version = [](std::string_view text) {
+    SuseVersion v = suseContentVersion(text);
+    return std::to_string(v.major) + "/" + std::to_string(v.minor);
+  };
+  EXPECT_EQ(version(""), "0/-1");
+  EXPECT_EQ(version("VERSION 10.1\n"), "10/1");
+  EXPECT_EQ(version("VERSION 10\nBASEARCHS x86_64\n"), "10/-1");
+  EXPECT_EQ(version("VERSION 10\nLABEL SLED 10.1-SP1\n"), "10/1");
+  EXPECT_EQ(version("VERSION 11.2\nVERSION 12\n"), "12/2");
+  EXPECT_EQ(version("VERSION 11.2\nVERSION 12\nVERSION"), "12/2");
+  EXPECT_EQ(version("VERSION 11.2\nVERSION 12\nVERSION..."), "12/2");
+  EXPECT_EQ(version("VERSION 11.2\nVERSION 12..\nVERSION.."), "12/0");
+}
+
+// The VERSION lines are evaluated from the end; a plain forward walk over
+// every line, as the rules read, must agree on any text.
+SuseVersion forwardVersion(std::string_view text) {
+  SuseVersion v;
+  size_t linePos = 0;
+  std::string_view line;
+  while (str::nextToken(text, linePos, "\n", line)) {
+    size_t wordPos = static_cast<size_t>(line.data() - text.data());
+    std::string_view word;
+    str::nextToken(text, wordPos, " \n", word);
+    if (str::startsWith(word, "VERSION")) {
+      if (str::nextIntToken(text, wordPos, ".", v.major)) {
+        str::nextIntToken(text, wordPos, ".", v.minor);
+      }
+    }
+  }
+  return v;
+}
+
+TEST(SuseMarkers, VersionMatchesAForwardWalkOnRandomTexts) {
+  const char *pieces[] = {"VERSION", " ", ".", "\n", "1", "23", "x", ".."};
+  std::mt19937 rng(7);
+  for (int round = 0; round < 20000; ++round) {
+    std::string text;
+    int n = rng() % 14;
+    for (int i = 0; i < n; ++i) {
+      text += pieces[rng() % 8];
+    }
+    SuseVersion want = forwardVersion(text);
+    SuseVersion got = suseContentVersion(text);
+    ASSERT_EQ(got.major, want.major) << '"' << text << '"';
+    ASSERT_EQ(got.minor, want.minor) << '"' << text << '"';
+  }
+}
+
+TEST(SuseMarkers, ManyVersionLinesWithoutDotsStayFast) {
+  std::string text = "NAME openSUSE\nBASEARCHS x86_64\n";
+  for (int i = 0; i < 200000; ++i) {
+    text += "VERSION 10\n";
+  }
+  text += "VERSION 11\n" + std::string(1 << 20, ' ') + ".";
+  auto start = std::chrono::steady_clock::now();
+  SuseVersion v = suseContentVersion(text);
+  EXPECT_EQ(v.major, 11);
+  EXPECT_EQ(v.minor, -1);
+  EXPECT_EQ(nameOf(suseFromContent(text)), "opensuse-64");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST(SuseMarkers, ProductsFile) {
+  EXPECT_VERDICT(suseFromProducts("/ SLES9-SLD-i386 9-0\n"), "nld9", 0);
+  EXPECT_VERDICT(suseFromProducts("/ SLES8-SLEC-i386-SUN 1.0"), "sjds", 0);
+  EXPECT_VERDICT(
+      suseFromProducts("/ SUSE-Linux-Enterprise-Desktop-x86_64 10-0\n"),
+      "sles10-64", GUESS_VERSION_SLED_ALL);
+  EXPECT_VERDICT(suseFromProducts("/ SUSE-Linux-Enterprise-Server-i386 11.1"),
+                 "sles11", 0);
+  EXPECT_VERDICT(suseFromProducts("/ SUSE-Linux-SLES-i386 9"), "sles", 0);
+  EXPECT_VERDICT(suseFromProducts("/ SUSE-Linux-Enterprise"), "sles", 0);
+  EXPECT_VERDICT(suseFromProducts("/ SuSE-Linux-9.3-x86-64 9.3"), "suse-64", 0);
+  EXPECT_VERDICT(suseFromProducts("/ SUSE-LINUX-10.0 10.0"), "suse", 0);
+  for (const char *other : {"", "/", "/ ", "SUSE-Linux-10.0", "/ openSUSE"}) {
+    EXPECT_VERDICT(suseFromProducts(other), "(none)", 0);
+  }
+}
+
+// --- Orvex and Orvexi ---
+
+std::string packages(const std::string &product) {
+  return "<?xml version=\"1.0\"?>\n<iso_build>\n  <build_id>7</build_id>\n"
+         "  <product>" +
+         product + "</product>\n</iso_build>\n";
+}
+
+TEST(OrvexMarkers, PackageList) {
+  EXPECT_TRUE(orvexFromPackageList(
+      packages("<name>Zentav Orvex Server</name>"
+               "<orvex_version>4.1.0</orvex_version><arch>x86_64</arch>")
+          .c_str()));
+  // Order does not matter, case does not either.
+  EXPECT_TRUE(orvexFromPackageList(
+      packages("\n <orvex_version>4.0</orvex_version>\n <!-- n -->\n"
+               " <name>ZENTAV ORVEX</name>\n")
+          .c_str()));
+  // A later element of the same name replaces the earlier one.
+  EXPECT_TRUE(orvexFromPackageList(
+      packages("<name>Other</name><name>Zentav Orvex</name>"
+               "<orvex_version>4.0</orvex_version>")
+          .c_str()));
+  // ...but only until both are known.
+  EXPECT_FALSE(orvexFromPackageList(
+      packages("<name>Other</name><orvex_version>4.0</orvex_version>"
+               "<name>Zentav Orvex</name>")
+          .c_str()));
+  const char *rejected[] = {
+      "<name>Zentav Orvex</name><orvex_version>3.5</orvex_version>",
+      "<name/><orvex_version>4.0</orvex_version>",
+      "<name></name><orvex_version>4.0</orvex_version>",
+      "<name><![CDATA[Zentav Orvex]]></name><orvex_version>4.0</orvex_version>",
+      "<name>Zentav Orvex</name>",
+      "<name>Zentav Orvex</name><orvex_version>40</orvex_version>",
+  };
+  for (const char *product : rejected) {
+    EXPECT_FALSE(orvexFromPackageList(packages(product).c_str())) << product;
+  }
+}
+
+TEST(OrvexMarkers, DocumentShape) {
+  const char *good =
+      "<name>Zentav Orvex</name><orvex_version>4.0</orvex_version>";
+  EXPECT_FALSE(orvexFromPackageList(
+      (std::string("<iso><product>") + good + "</product></iso>").c_str()));
+  EXPECT_FALSE(orvexFromPackageList(
+      (std::string("<iso_build><x><product>") + good +
+       "</product></x></iso_build>")
+          .c_str()));
+  // Only the first product counts.
+  EXPECT_FALSE(orvexFromPackageList(
+      (std::string("<iso_build><product/><product>") + good +
+       "</product></iso_build>")
+          .c_str()));
+  for (const char *bad : {"", "not xml", "<iso_build><product>",
+                          "\xef\xbb\xbf<iso_build", "<?xml?>"}) {
+    EXPECT_FALSE(orvexFromPackageList(bad)) << bad;
+  }
+}
+
+// Were entities substituted, the external one would make the name right.
+TEST(OrvexMarkers, EntitiesAreNeitherLoadedNorExpanded) {
+  test::TempDir dir;
+  test::writeFile(dir / "name.txt", "Zentav Orvex");
+  std::string external =
+      "<?xml version=\"1.0\"?>\n<!DOCTYPE iso_build [\n"
+      "<!ENTITY n SYSTEM \"file://" +
+      dir / "name.txt" +
+      "\">\n]>\n<iso_build><product><name>&n;</name>"
+      "<orvex_version>4.0</orvex_version></product></iso_build>\n";
+  EXPECT_FALSE(orvexFromPackageList(external.c_str()));
+
+  std::string bomb = "<?xml version=\"1.0\"?>\n<!DOCTYPE iso_build [\n"
+                     "<!ENTITY a0 \"Zentav Orvex \">\n";
+  for (int i = 1; i <= 30; ++i) {
+    std::string ref = "&a" + std::to_string(i - 1) + ";";
+    bomb += "<!ENTITY a" + std::to_string(i) + " \"";
+    for (int k = 0; k < 10; ++k) {
+      bomb += ref;
+    }
+    bomb += "\">\n";
+  }
+  bomb += "]>\n<iso_build><product><name>&a30;</name>"
+          "<orvex_version>4.0</orvex_version></product></iso_build>\n";
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(orvexFromPackageList(bomb.c_str()));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST(OrvexMarkers, BootMenuTitles) {
+  EXPECT_STREQ(orvexiFromBootMenu("default menu.c32\n"
+                                  "MENU TITLE Orvexi-5 Installer\n"
+                                  "menu title Zentav ZTvisor 4.1\n"),
+               "ztkernel");
+  EXPECT_STREQ(orvexiFromBootMenu("MENU TITLE Orvexi-5.0\n"), "ztkernel5");
+  EXPECT_EQ(orvexiFromBootMenu("MENU TITLE Zentav ZTvisor\n"
+                               "menu title Orvexi-5\n"),
+            nullptr);
+  EXPECT_EQ(orvexiFromBootMenu(""), nullptr);
+}
+
+// --- Solaris and NetWare ---
+
+TEST(RootEntryMarkers, WholeNamesWithoutRegardToCase) {
+  const SolarisRelease *r = solarisFromEntry("SOLARIS_10");
+  ASSERT_NE(r, nullptr);
+  EXPECT_STREQ(r->osName, "solaris10");
+  EXPECT_STREQ(r->osName64, "solaris10-64");
+  r = solarisFromEntry("solaris_2.7");
+  ASSERT_NE(r, nullptr);
+  EXPECT_STREQ(r->osName, "solaris7");
+  EXPECT_EQ(r->osName64, nullptr);
+  EXPECT_EQ(solarisFromEntry("Solaris_10_x86"), nullptr);
+  EXPECT_EQ(solarisFromEntry("Solaris_1"), nullptr);
+
+  EXPECT_STREQ(netwareFromEntry("NW65OS"), "netware6");
+  EXPECT_STREQ(netwareFromEntry("NetWare6"), "netware6");
+  EXPECT_STREQ(netwareFromEntry("nw51"), "netware5");
+  EXPECT_EQ(netwareFromEntry("nw5"), nullptr);
+}
+
+}  // namespace
+}  // namespace gp::guess
