@@ -24,107 +24,42 @@ std::string nameOf(const MarkerVerdict &v) {
 
 // --- Mandriva ---
 
-TEST(MandrivaMarkers, VersionFile) {
-  MandrivaFacts f = mandrivaFromVersionFile("Mandrake Linux 10.1 x86_64");
-  EXPECT_VERDICT(f.verdict, "mandrake", 0);
-  EXPECT_TRUE(f.settled);
-
-  f = mandrivaFromVersionFile("Mandriva Linux 2006.0 x86_64 (Official)");
-  EXPECT_VERDICT(f.verdict, "mandriva-64", GUESS_VERSION_MANDRIVA_2006);
-  EXPECT_EQ(f.version, "2006");
-
-  // No architecture: no identifier, but the release is still reported.
-  f = mandrivaFromVersionFile("Mandriva Linux 2006.0 ppc");
-  EXPECT_VERDICT(f.verdict, "(none)", GUESS_VERSION_MANDRIVA_2006);
-  EXPECT_EQ(f.version, "2006");
-
-  f = mandrivaFromVersionFile("Mandriva Linux 2007.0 i586");
-  EXPECT_VERDICT(f.verdict, "mandriva", 0);
-  EXPECT_EQ(f.version, "");
-
-  f = mandrivaFromVersionFile("Fedora 2006. i586");
-  EXPECT_VERDICT(f.verdict, "(none)", 0);
-  EXPECT_EQ(f.version, "");
-  EXPECT_TRUE(f.settled);
-}
-
-TEST(MandrivaMarkers, VolumeIdentifier) {
-  MandrivaFacts f;
-  mandrivaFromVolumeId("Mandriva.2010.0.x86_64", f);
-  EXPECT_VERDICT(f.verdict, "mandriva-64",
-                 GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER);
-  EXPECT_TRUE(f.settled);
-
-  // A release of the 2010s without an architecture still needs product.id.
-  f = MandrivaFacts();
-  mandrivaFromVolumeId("Mandriva.2011.0", f);
-  EXPECT_VERDICT(f.verdict, "(none)", GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER);
-  EXPECT_FALSE(f.settled);
-
-  f = MandrivaFacts();
-  mandrivaFromVolumeId("Mandriva.2009.1.i586", f);
-  EXPECT_VERDICT(f.verdict, "mandriva", 0);
-  EXPECT_FALSE(f.settled);
-
+TEST(MandrivaMarkers, VolumeIdentifierNeedsTheDottedPrefix) {
   for (const char *other : {"Mandriva-Linux-2010.0-x86_64", "Mandriva.201",
-                            "Mandriva.2010", "mandriva.2010.0.x86_64", ""}) {
-    f = MandrivaFacts();
+                            "Mandriva.2010", "mandriva.2010.0.x86_64"}) {
+    MandrivaFacts f;
     mandrivaFromVolumeId(other, f);
     EXPECT_FALSE(f.settled) << other;
-    EXPECT_EQ(f.verdict.subVersion, 0u) << other;
+    EXPECT_VERDICT(f.verdict, "(none)", 0);
   }
 }
 
 TEST(MandrivaMarkers, ProductFile) {
-  const std::string base =
-      "vendor=Mandriva,distribution=Mandriva Linux,type=basic,";
   struct Case {
-    std::string rest;
+    const char *rest;
     const char *name;
     uint32_t code;
     const char *version;
   } cases[] = {
-      {"version=2008.0,branch=Official,arch=x86_64", "mandriva-64",
-       GUESS_VERSION_MANDRIVA_2008_0, "2008.0"},
       {"version=2008.2,arch=i586", "mandriva",
        GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER, "2008.2"},
-      {"version=2010.0 \narch=i586", "mandriva",
-       GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER, "2010.0"},
-      {"version=2007.1,arch=x86_6", "mandriva-64", GUESS_VERSION_MANDRIVA_2007,
-       "2007.1"},
-      {"version=2006.0,arch=i586", "mandriva", 0, "2006.0"},
-      // Without "arch=" the version is not read either.
-      {"version=2008.0", "(none)", 0, ""},
-      {"arch=i586", "mandriva", 0, ""},
+      {"version=2007.1 \narch=x86_6", "mandriva-64",
+       GUESS_VERSION_MANDRIVA_2007, "2007.1"},
+      {"version=2008.0", "(none)", 0, ""},  // no "arch=": version unread
       {"arch=i586,version=", "mandriva", 0, ""},
       {"arch=x86", "(none)", 0, ""},
   };
   for (const Case &c : cases) {
     MandrivaFacts f;
-    mandrivaFromProductId(base + c.rest, f);
+    mandrivaFromProductId(std::string("vendor=Mandriva,") + c.rest, f);
     EXPECT_VERDICT(f.verdict, c.name, c.code);
     EXPECT_EQ(f.version, c.version) << c.rest;
   }
-  MandrivaFacts f;
-  mandrivaFromProductId("vendor=Mandrake,arch=i586,version=2008.0", f);
-  EXPECT_VERDICT(f.verdict, "(none)", 0);
-}
-
-TEST(MandrivaMarkers, ProductFileKeepsWhatTheVolumeIdentifierFound) {
-  MandrivaFacts f;
-  mandrivaFromVolumeId("Mandriva.2010.1", f);
-  mandrivaFromProductId("vendor=Mandriva,arch=ppc,version=2006.0", f);
-  EXPECT_VERDICT(f.verdict, "(none)", GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER);
-
-  f = MandrivaFacts();
-  mandrivaFromVolumeId("Mandriva.2009.1.x86_64", f);
-  mandrivaFromProductId("vendor=Mandriva,arch=sparc", f);
-  EXPECT_VERDICT(f.verdict, "mandriva-64", 0);
 }
 
 // --- Debian and Ubuntu ---
 
-TEST(DebianMarkers, UbuntuReleasesAndEditions) {
+TEST(DebianMarkers, ReleasesAndEditions) {
   struct Case {
     const char *info;
     const char *name;
@@ -135,42 +70,25 @@ TEST(DebianMarkers, UbuntuReleasesAndEditions) {
        "ubuntu-64", GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER, "Server 8.04"},
       {"Ubuntu-Server 8.10 \"Intrepid Ibex\" - Release i386", "ubuntu",
        GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, "Server 8.10"},
-      {"Ubuntu-Server 10.04.1 LTS - Release amd64", "ubuntu-64",
-       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, "Server 10.04.1"},
       {"Kubuntu 7.04 \"Feisty Fawn\" - Release i386", "ubuntu",
        GUESS_VERSION_UBUNTU_704_OR_LOWER, "7.04"},
       {"Kubuntu 7.10 \"Gutsy Gibbon\" - Release i386", "ubuntu",
        GUESS_VERSION_UBUNTU_710_OR_HIGHER, "7.10"},
-      {"Ubuntu 10.04 \"Lucid Lynx\" - Release amd64", "ubuntu-64",
+      {"Xubuntu 10.04 - Release i386", "ubuntu",
        GUESS_VERSION_UBUNTU_710_OR_HIGHER, "10.04"},
-      {"Xubuntu 6.06 - Release i386", "ubuntu",
-       GUESS_VERSION_UBUNTU_704_OR_LOWER, "6.06"},
       {"Edubuntu 8.04 - Release powerpc", "(none)",
        GUESS_VERSION_UBUNTU_710_OR_HIGHER, "8.04"},
-      {"Ubuntu", "(none)", GUESS_VERSION_UBUNTU_704_OR_LOWER, ""},
       {"Ubuntu-i386-without-blanks", "ubuntu",
        GUESS_VERSION_UBUNTU_704_OR_LOWER, ""},
+      {"Debian GNU/Linux 5.0.3 \"Lenny\" - Official amd64", "debian5-64", 0,
+       ""},
+      {"Debian GNU/Linux 6.0.1 \"Squeeze\" - amd64", "(none)", 0, ""},
   };
   for (const Case &c : cases) {
     DebianFacts f = debianFromDiskInfo(c.info);
     EXPECT_VERDICT(f.verdict, c.name, c.code);
     EXPECT_EQ(f.version, c.version) << c.info;
   }
-}
-
-TEST(DebianMarkers, DebianReleases) {
-  DebianFacts f = debianFromDiskInfo(
-      "Debian GNU/Linux 5.0.3 \"Lenny\" - Official amd64 CD Binary-1");
-  EXPECT_VERDICT(f.verdict, "debian5-64", 0);
-  EXPECT_EQ(f.version, "");
-  EXPECT_VERDICT(debianFromDiskInfo("Debian GNU/Linux 4.0 r0 - i386").verdict,
-                 "debian4", 0);
-  EXPECT_VERDICT(debianFromDiskInfo("Debian GNU/Linux 7.0 - amd64").verdict,
-                 "debian7-64", 0);
-  EXPECT_VERDICT(
-      debianFromDiskInfo("Debian GNU/Linux 6.0.1 \"Squeeze\" - amd64").verdict,
-      "(none)", 0);
-  EXPECT_VERDICT(debianFromDiskInfo("ubuntu 8.04 i386").verdict, "(none)", 0);
 }
 
 // --- SUSE ---
@@ -191,8 +109,6 @@ TEST(SuseMarkers, EnterpriseEditionsByVersion) {
        GUESS_VERSION_SLED_10_SP2_OR_LOWER},
       {"NAME SUSE_SLED", "VERSION 10.3\n", "sles10-64", GUESS_VERSION_SLED_ALL},
       {"NAME SUSE_SLED", "VERSION 11.1\n", "sles11-64", GUESS_VERSION_SLED_ALL},
-      {"PRODUCT SUSE SLED", "VERSION 10\n", "sles10-64",
-       GUESS_VERSION_SLED_10_SP2_OR_LOWER},
       {"NAME SUSE_SLES", "VERSION 10.2\n", "sles10-64",
        GUESS_VERSION_SLES_10_SP2_OR_LOWER},
       {"NAME SUSE_SLES", "VERSION 10.3\n", "sles10-64", 0},
@@ -218,13 +134,8 @@ TEST(SuseMarkers, OpenSuseAndOthers) {
                  GUESS_VERSION_OPENSUSE_11_2_OR_LOWER);
   EXPECT_VERDICT(suseFromContent(content("PRODUCT SuSE Linux 9.3", "")),
                  "suse-64", 0);
-  EXPECT_VERDICT(suseFromContent(content("PRODUCT Sun Java Desktop System",
-                                         "VERSION 2\n")),
-                 "sjds", 0);
-  EXPECT_VERDICT(suseFromContent(content("PRODUCT Novell Linux Desktop", "",
-                                         "DEFAULTBASE i586\n")),
+  EXPECT_VERDICT(suseFromContent(content("PRODUCT novell linux desktop", "")),
                  "nld9", 0);
-  EXPECT_VERDICT(suseFromContent(content("PRODUCT Fedora", "")), "(none)", 0);
 }
 
 TEST(SuseMarkers, ContentWalkRules) {
@@ -324,7 +235,6 @@ TEST(SuseMarkers, ProductsFile) {
       "sles10-64", GUESS_VERSION_SLED_ALL);
   EXPECT_VERDICT(suseFromProducts("/ SUSE-Linux-Enterprise-Server-i386 11.1"),
                  "sles11", 0);
-  EXPECT_VERDICT(suseFromProducts("/ SUSE-Linux-SLES-i386 9"), "sles", 0);
   EXPECT_VERDICT(suseFromProducts("/ SUSE-Linux-Enterprise"), "sles", 0);
   EXPECT_VERDICT(suseFromProducts("/ SuSE-Linux-9.3-x86-64 9.3"), "suse-64", 0);
   EXPECT_VERDICT(suseFromProducts("/ SUSE-LINUX-10.0 10.0"), "suse", 0);
@@ -375,22 +285,14 @@ TEST(OrvexMarkers, PackageList) {
 }
 
 TEST(OrvexMarkers, DocumentShape) {
-  const char *good =
+  const std::string good =
       "<name>Zentav Orvex</name><orvex_version>4.0</orvex_version>";
-  EXPECT_FALSE(orvexFromPackageList(
-      (std::string("<iso><product>") + good + "</product></iso>").c_str()));
-  EXPECT_FALSE(orvexFromPackageList(
-      (std::string("<iso_build><x><product>") + good +
-       "</product></x></iso_build>")
-          .c_str()));
-  // Only the first product counts.
-  EXPECT_FALSE(orvexFromPackageList(
-      (std::string("<iso_build><product/><product>") + good +
-       "</product></iso_build>")
-          .c_str()));
-  for (const char *bad : {"", "not xml", "<iso_build><product>",
-                          "\xef\xbb\xbf<iso_build", "<?xml?>"}) {
-    EXPECT_FALSE(orvexFromPackageList(bad)) << bad;
+  for (const std::string &bad :
+       {"<iso><product>" + good + "</product></iso>",
+        "<iso_build><x><product>" + good + "</product></x></iso_build>",
+        "<iso_build><product/><product>" + good + "</product></iso_build>",
+        std::string("not xml"), std::string("\xef\xbb\xbf<iso_build")}) {
+    EXPECT_FALSE(orvexFromPackageList(bad.c_str())) << bad;
   }
 }
 
@@ -424,35 +326,10 @@ TEST(OrvexMarkers, EntitiesAreNeitherLoadedNorExpanded) {
 }
 
 TEST(OrvexMarkers, BootMenuTitles) {
-  EXPECT_STREQ(orvexiFromBootMenu("default menu.c32\n"
-                                  "MENU TITLE Orvexi-5 Installer\n"
+  EXPECT_STREQ(orvexiFromBootMenu("MENU TITLE Orvexi-5 Installer\n"
                                   "menu title Zentav ZTvisor 4.1\n"),
                "ztkernel");
-  EXPECT_STREQ(orvexiFromBootMenu("MENU TITLE Orvexi-5.0\n"), "ztkernel5");
-  EXPECT_EQ(orvexiFromBootMenu("MENU TITLE Zentav ZTvisor\n"
-                               "menu title Orvexi-5\n"),
-            nullptr);
-  EXPECT_EQ(orvexiFromBootMenu(""), nullptr);
-}
-
-// --- Solaris and NetWare ---
-
-TEST(RootEntryMarkers, WholeNamesWithoutRegardToCase) {
-  const SolarisRelease *r = solarisFromEntry("SOLARIS_10");
-  ASSERT_NE(r, nullptr);
-  EXPECT_STREQ(r->osName, "solaris10");
-  EXPECT_STREQ(r->osName64, "solaris10-64");
-  r = solarisFromEntry("solaris_2.7");
-  ASSERT_NE(r, nullptr);
-  EXPECT_STREQ(r->osName, "solaris7");
-  EXPECT_EQ(r->osName64, nullptr);
-  EXPECT_EQ(solarisFromEntry("Solaris_10_x86"), nullptr);
-  EXPECT_EQ(solarisFromEntry("Solaris_1"), nullptr);
-
-  EXPECT_STREQ(netwareFromEntry("NW65OS"), "netware6");
-  EXPECT_STREQ(netwareFromEntry("NetWare6"), "netware6");
-  EXPECT_STREQ(netwareFromEntry("nw51"), "netware5");
-  EXPECT_EQ(netwareFromEntry("nw5"), nullptr);
+  EXPECT_EQ(orvexiFromBootMenu("MENU TITLE Zentav ZTvisor\n"), nullptr);
 }
 
 }  // namespace

@@ -1,0 +1,269 @@
+// The Linux and other detectors on real ISO 9660 images.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "guestprep/guess.h"
+#include "platform/fatal.h"
+#include "platform/isoimage.h"
+#include "support/fixtures.h"
+
+namespace gp::guess {
+namespace {
+
+using test::FileTree;
+using test::IsoFlavor;
+
+struct Result {
+  int rc;
+  GuessInfo info;
+  std::string name() const { return info.osName ? info.osName : "(none)"; }
+};
+
+Result identify(const std::string &image) {
+  Result r;
+  r.rc = Guess_Guest(image.c_str(), 0, &r.info);
+  return r;
+}
+
+Result identify(const FileTree &tree) {
+  return identify(test::isoFromTree(tree, IsoFlavor::JolietRockRidge));
+}
+
+// An image with a chosen volume identifier, which the shared fixture fixes.
+class VolumeImage {
+ public:
+  VolumeImage(const FileTree &tree, const std::string &volumeId) {
+    test::writeTree(dir_ / "root", tree);
+    EXPECT_EQ(test::runCommand("xorriso -as mkisofs -quiet -J -R -V " +
+                               test::shellQuote(volumeId) + " -o " +
+                               test::shellQuote(path()) + " " +
+                               test::shellQuote(dir_ / "root") +
+                               " >/dev/null 2>&1"),
+              0);
+  }
+  std::string path() const { return dir_ / "image.iso"; }
+
+ private:
+  test::TempDir dir_;
+};
+
+// A medium record of the test's own, for detectors outside the table.
+class Medium {
+ public:
+  explicit Medium(const FileTree &tree) {
+    std::string image = test::isoFromTree(tree, IsoFlavor::JolietRockRidge);
+    medium_.kind = GUESS_MEDIUM_ISO9660;
+    medium_.path = heapCopy(image);
+    EXPECT_EQ(iso::open(image.c_str(), iso::listFormats(image.c_str()), 0,
+                        &medium_.isoImage),
+              iso::ISO_OK);
+  }
+  ~Medium() {
+    iso::close(medium_.isoImage);
+    std::free(medium_.path);
+  }
+  GuessMedium *get() { return &medium_; }
+
+ private:
+  GuessMedium medium_{};
+};
+
+const char kCfg[] = "label linux\n  kernel vmlinuz\n";
+
+TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
+  FileTree tree = {{"x86_64/isolinux/isolinux.cfg", kCfg},
+                   {"i586/product.id",
+                    "vendor=Mandriva,arch=i586,version=2006.0,product=Free"}};
+  // The volume identifier names both release and architecture: product.id
+  // is not read.
+  Result r = identify(VolumeImage(tree, "Mandriva.2010.0.x86_64").path());
+  EXPECT_EQ(r.name(), "mandriva-64");
+  EXPECT_EQ(r.info.subVersion, uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
+  EXPECT_FALSE(r.info.noIsolinux);
+  EXPECT_STREQ(r.info.versionString, "");
+  // Without the architecture, product.id adds it and its release text but
+  // an older release keeps the volume's code.
+  r = identify(VolumeImage(tree, "Mandriva.2010.0").path());
+  EXPECT_EQ(r.name(), "mandriva");
+  EXPECT_EQ(r.info.subVersion, uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
+  EXPECT_STREQ(r.info.versionString, "2006.0");
+}
+
+TEST(MandrivaMedia, ProductFilesAndVersionFile) {
+  Result r = identify(FileTree{
+      {"x86_64/product.id", "vendor=Mandriva,version=2008.0,arch=x86_64"}});
+  EXPECT_EQ(r.name(), "mandriva-64");
+  EXPECT_EQ(r.info.subVersion, uint32_t(GUESS_VERSION_MANDRIVA_2008_0));
+  EXPECT_STREQ(r.info.versionString, "2008.0");
+  EXPECT_TRUE(r.info.noIsolinux);
+
+  r = identify(FileTree{{"VERSION", "Mandrake Linux 10.1 x86_64\n"}});
+  EXPECT_EQ(r.name(), "mandrake");
+  EXPECT_FALSE(r.info.noIsolinux);  // not looked for
+
+  // Not recognised, but the release it read stays in the record.
+  r = identify(FileTree{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}});
+  EXPECT_EQ(r.rc, GUESS_NOT_FOUND);
+  EXPECT_STREQ(r.info.versionString, "2006");
+}
+
+TEST(DebianMedia, UbuntuServerAndIsolinux) {
+  Result r = identify(FileTree{
+      {".disk/info", "Ubuntu-Server 8.04 \"Hardy Heron\" - Release amd64"}});
+  EXPECT_EQ(r.name(), "ubuntu-64");
+  EXPECT_EQ(r.info.subVersion,
+            uint32_t(GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER));
+  EXPECT_STREQ(r.info.versionString, "Server 8.04");
+  EXPECT_TRUE(r.info.noIsolinux);
+
+  // A long release is cut at the field's end.
+  r = identify(FileTree{{".disk/info", "Ubuntu-Server 8.10.12345678901234567"
+                                       "890123456789 i386"},
+                        {"ISOLINUX/ISOLINUX.CFG", kCfg}});
+  EXPECT_EQ(r.name(), "ubuntu");
+  EXPECT_STREQ(r.info.versionString, "Server 8.10.123456789012345678901");
+  EXPECT_FALSE(r.info.noIsolinux);
+
+  r = identify(FileTree{{".disk/info", "Kubuntu 7.04 - Release powerpc"}});
+  EXPECT_EQ(r.rc, GUESS_NOT_FOUND);
+  EXPECT_STREQ(r.info.versionString, "7.04");
+  EXPECT_EQ(r.info.subVersion, 0u);
+}
+
+TEST(SuseMedia, ContentProductsAndDiskMarker) {
+  const char sled[] = "PRODUCT SUSE SLED\nVERSION 10.1\nDEFAULTBASE i586\n";
+  Result r = identify(FileTree{{"content", sled},
+                               {"boot/x86_64/loader/isolinux.cfg", kCfg}});
+  EXPECT_EQ(r.name(), "sles10");
+  EXPECT_EQ(r.info.subVersion, uint32_t(GUESS_VERSION_SLED_10_SP2_OR_LOWER));
+  EXPECT_FALSE(r.info.noIsolinux);
+
+  // A content file without an architecture ends the search.
+  const char products[] = "/ SUSE-Linux-Enterprise-Desktop-i386 10-0\n";
+  r = identify(FileTree{{"content", "PRODUCT SUSE SLED\nVERSION 10.1\n"},
+                        {"media.1/products", products}});
+  EXPECT_EQ(r.rc, GUESS_NOT_FOUND);
+
+  r = identify(FileTree{{"media.1/products", products},
+                        {"boot/loader/isolinux.cfg", kCfg}});
+  EXPECT_EQ(r.name(), "sles10");
+  EXPECT_EQ(r.info.subVersion, uint32_t(GUESS_VERSION_SLED_ALL));
+  EXPECT_FALSE(r.info.noIsolinux);
+
+  r = identify(FileTree{{".S.u.S.E-disk-000.20041222", ""}});
+  EXPECT_EQ(r.name(), "suse");
+  EXPECT_TRUE(r.info.noIsolinux);
+  EXPECT_EQ(identify(FileTree{{".s.u.s.e-disk-000", ""}}).rc, GUESS_NOT_FOUND);
+}
+
+TEST(OtherMedia, RootEntriesInListingOrder) {
+  Result r = identify(FileTree{{"SOLARIS_10/", ""}});
+  EXPECT_EQ(r.name(), "solaris10");
+  EXPECT_STREQ(r.info.osName64, "solaris10-64");
+  // The listing is sorted: Solaris_8 comes before Solaris_9.
+  EXPECT_EQ(identify(FileTree{{"Solaris_9/", ""}, {"Solaris_8/", ""}}).name(),
+            "solaris8");
+  EXPECT_EQ(identify(FileTree{{"nw51/", ""}, {"netware6/", ""}}).name(),
+            "netware6");
+  EXPECT_EQ(identify(FileTree{{"nw65os/", ""}, {"nw51/", ""}}).name(),
+            "netware5");
+
+  // A direct call resets osName64 for releases without a 64-bit edition.
+  Medium medium(FileTree{{"Solaris_9/", ""}});
+  GuessInfo info{};
+  info.osName64 = "stale";
+  EXPECT_TRUE(Guess_Solaris(medium.get(), &info));
+  EXPECT_STREQ(info.osName, "solaris9");
+  EXPECT_EQ(info.osName64, nullptr);
+}
+
+TEST(OtherMedia, FreeBsdKernels) {
+  std::string elf64(64, '\0'), elf32(64, '\0');
+  elf64[18] = 62;
+  elf32[18] = 3;
+  EXPECT_EQ(identify(FileTree{{"boot/kernel/kernel", elf64}}).name(),
+            "freeBSD-64");
+  EXPECT_EQ(identify(FileTree{{"boot/kernel/kernel", elf32}}).name(),
+            "freeBSD");
+  // The root kernel is read first, even when it is no ELF image at all.
+  EXPECT_EQ(identify(FileTree{{"kernel", "abc"}, {"boot/kernel/kernel", elf64}})
+                .name(),
+            "freeBSD");
+}
+
+TEST(OtherMedia, OrvexTurbolinuxAndOrvexi) {
+  EXPECT_EQ(identify(FileTree{{"packages.xml",
+                               "<iso_build><product><name>Zentav Orvex</name>"
+                               "<orvex_version>4.0</orvex_version></product>"
+                               "</iso_build>"}})
+                .name(),
+            "ztkernel");
+  EXPECT_EQ(identify(FileTree{{"packages.xml", "<iso_build><product>"}}).rc,
+            GUESS_NOT_FOUND);
+  EXPECT_EQ(identify(FileTree{{"isolinux.cfg", "MENU TITLE Orvexi-5\n"}}).name(),
+            "ztkernel5");
+  EXPECT_EQ(identify(FileTree{{"README", "Turbolinux 10 Server\n"}}).name(),
+            "turbolinux");
+}
+
+TEST(OtherMedia, MacOsOnlyWhenAsked) {
+  const char guide[] = "Boot Camp Installation & Setup Guide.pdf";
+  FileTree lion = {{"Install Mac OS X Lion.app", "x"}, {guide, "pdf"}};
+  EXPECT_EQ(identify(lion).rc, GUESS_NOT_FOUND);
+  struct Case {
+    FileTree tree;
+    const char *name;
+    const char *name64;
+  } cases[] = {
+      {lion, "darwin11", "darwin11-64"},
+      {{{guide, "pdf"}}, "darwin", "darwin-64"},
+      {{{std::string("Boot Camp/Documentation/") + guide, "pdf"}}, "darwin10",
+       "darwin10-64"},
+  };
+  for (const Case &c : cases) {
+    Medium medium(c.tree);
+    GuessInfo info{};
+    EXPECT_TRUE(Guess_MacOS(medium.get(), &info));
+    EXPECT_STREQ(info.osName, c.name);
+    EXPECT_STREQ(info.osName64, c.name64);
+  }
+  Medium empty(FileTree{{"README", "x"}});
+  GuessInfo info{};
+  EXPECT_FALSE(Guess_MacOS(empty.get(), &info));
+  EXPECT_EQ(info.osName, nullptr);
+}
+
+TEST(DetectorTable, EarlierDetectorWins) {
+  const char ubuntu[] = "Ubuntu 10.04 - Release i386";
+  const char opensuse[] = "NAME openSUSE\nVERSION 11.3\nBASEARCHS i586\n";
+  EXPECT_EQ(identify(FileTree{{"VERSION", "Mandriva Linux 2009.0 i586"},
+                              {".disk/info", ubuntu}})
+                .name(),
+            "mandriva");
+  EXPECT_EQ(identify(FileTree{{".disk/info", ubuntu}, {"content", opensuse}})
+                .name(),
+            "ubuntu");
+  EXPECT_EQ(identify(FileTree{{"content", opensuse}, {"README", "Turbolinux"}})
+                .name(),
+            "opensuse");
+  EXPECT_EQ(identify(FileTree{{"Solaris_10/", ""}, {"kernel", "k"}}).name(),
+            "solaris10");
+  EXPECT_EQ(identify(FileTree{{"kernel", "k"},
+                              {"isolinux.cfg", "MENU TITLE Orvexi-5"}})
+                .name(),
+            "freeBSD");
+}
+
+TEST(HostileMedia, HugeAndMalformedMarkers) {
+  // One content line of a megabyte; a .disk/info without blanks.
+  Result r = identify(FileTree{{"content", "NAME " + std::string(1 << 20, 'x')}});
+  EXPECT_EQ(r.rc, GUESS_NOT_FOUND);
+  r = identify(FileTree{{".disk/info", "Ubuntu" + std::string(1 << 20, '-')}});
+  EXPECT_EQ(r.rc, GUESS_NOT_FOUND);
+  EXPECT_STREQ(r.info.versionString, "");
+}
+
+}  // namespace
+}  // namespace gp::guess
