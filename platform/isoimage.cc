@@ -1,23 +1,358 @@
-// Placeholder until the reader lands.
+// The IsoImage operations: image, directory and file handles, and copying
+// files out of the image.
 #include "platform/isoimage.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "platform/fatal.h"
+#include "platform/isoimage_internal.h"
+
 namespace gp::iso {
-uint32_t listFormats(const char *) { return 0; }
-int open(const char *, uint32_t, uint32_t, IsoImage **image) {
-  *image = nullptr;
-  return ISO_ERR_FORMAT;
+namespace {
+
+using rec::kSectorSize;
+
+constexpr size_t kExtractChunk = 64u << 10;
+
+// Walks `path` from the root; each component must name a directory.
+int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
+  if (path.size() > kMaxPathLength) {
+    return ISO_ERR_NOT_FOUND;
+  }
+  int rc = startDir(image, image.root.extent, image.root.size, dir);
+  size_t components = 0;
+  while (rc == ISO_OK) {
+    size_t start = path.find_first_not_of('/');
+    if (start == std::string_view::npos) {
+      return ISO_OK;
+    }
+    path.remove_prefix(start);
+    std::string_view component = path.substr(0, path.find('/'));
+    path.remove_prefix(component.size());
+    if (++components > kMaxPathComponents) {
+      return ISO_ERR_NOT_FOUND;
+    }
+    Item item;
+    do {
+      rc = nextItem(image, dir, item);
+    } while (rc == ISO_OK && item.name != component);
+    if (rc == ISO_END) {
+      return ISO_ERR_NOT_FOUND;
+    }
+    if (rc == ISO_OK) {
+      if (!item.isDirectory) {
+        return ISO_ERR_NOT_DIR;
+      }
+      rc = startDir(image, item.extent, static_cast<uint32_t>(item.size), dir);
+    }
+  }
+  return rc;
 }
-void close(IsoImage *) {}
-uint32_t activeFormat(const IsoImage *) { return 0; }
-int openDir(IsoImage *, const char *, Dir **) { return ISO_ERR_ARG; }
-int readDir(IsoImage *, Dir *, Entry *) { return ISO_ERR_ARG; }
-int rewindDir(IsoImage *, Dir *) { return ISO_ERR_ARG; }
-int closeDir(IsoImage *, Dir *) { return ISO_ERR_ARG; }
-int openFile(IsoImage *, const Entry *, File **) { return ISO_ERR_ARG; }
-int readFile(IsoImage *, File *, void *, size_t *) { return ISO_ERR_ARG; }
-void closeFile(IsoImage *, File *) {}
-int volumeId(IsoImage *, char **) { return ISO_ERR_ARG; }
-int extractFile(IsoImage *, const char *, const char *) { return ISO_ERR_ARG; }
-int extractDir(IsoImage *, const char *, const char *) { return ISO_ERR_ARG; }
-uint64_t bytesRead(const IsoImage *) { return 0; }
+
+// Finds the entry `isoPath` names (its last component in its directory).
+int findItem(IsoImage &image, std::string_view isoPath, Item &item) {
+  size_t slash = isoPath.rfind('/');
+  std::string_view dirPath =
+      slash == std::string_view::npos ? std::string_view() : isoPath.substr(0, slash);
+  std::string_view name =
+      slash == std::string_view::npos ? isoPath : isoPath.substr(slash + 1);
+  if (name.empty()) {
+    return ISO_ERR_NOT_FOUND;
+  }
+  Dir dir;
+  int rc = walkPath(image, dirPath, dir);
+  while (rc == ISO_OK) {
+    rc = nextItem(image, dir, item);
+    if (rc == ISO_OK && item.name == name) {
+      return ISO_OK;
+    }
+  }
+  return rc == ISO_END ? ISO_ERR_NOT_FOUND : rc;
+}
+
+void rememberExtents(IsoImage &image, const Item &item) {
+  if (item.extents.size() > 1 &&
+      image.multiExtent.size() < kMaxMultiExtentFiles) {
+    image.multiExtent[item.extent] = item.extents;
+  }
+}
+
+int openExtents(const IsoImage &image, std::vector<Extent> extents,
+                std::unique_ptr<File> &file) {
+  for (const Extent &e : extents) {
+    if (e.size != 0 && !inImage(image, e.block, e.size)) {
+      return ISO_ERR_FORMAT;
+    }
+  }
+  file = std::make_unique<File>();
+  file->extents = std::move(extents);
+  return ISO_OK;
+}
+
+// Delivers up to `room` bytes, never crossing a sector boundary.
+int readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
+  size_t room = length;
+  length = 0;
+  while (file.index < file.extents.size() &&
+         file.offset >= file.extents[file.index].size) {
+    ++file.index;
+    file.offset = 0;
+  }
+  if (file.index == file.extents.size()) {
+    return ISO_END;
+  }
+  const Extent &e = file.extents[file.index];
+  uint64_t toSectorEnd = kSectorSize - file.offset % kSectorSize;
+  uint64_t chunk = std::min<uint64_t>({room, e.size - file.offset, toSectorEnd});
+  if (room > kSectorSize) {
+    // Bulk copies may take whole sectors at once.
+    chunk = std::min<uint64_t>(room, e.size - file.offset);
+  }
+  uint64_t offset = uint64_t{e.block} * kSectorSize + file.offset;
+  if (!readBytes(image, offset, buffer, static_cast<size_t>(chunk))) {
+    return ISO_ERR_IO;
+  }
+  file.offset += chunk;
+  length = static_cast<size_t>(chunk);
+  return ISO_OK;
+}
+
+// Copies an item to a host path through a temporary file beside it, so an
+// existing file is replaced only by a complete copy.
+int copyToHost(IsoImage &image, const Item &item, const std::string &hostPath) {
+  std::unique_ptr<File> file;
+  int rc = openExtents(image, item.extents, file);
+  if (rc != ISO_OK) {
+    return rc;
+  }
+  std::string temp = hostPath + ".XXXXXX";
+  UniqueFd out(hostOps().mkstemp(temp.data()));
+  if (!out.valid()) {
+    return ISO_ERR_HOST;
+  }
+  std::vector<uint8_t> buffer(kExtractChunk);
+  for (;;) {
+    size_t length = buffer.size();
+    rc = readChunk(image, *file, buffer.data(), length);
+    if (rc != ISO_OK) {
+      break;
+    }
+    if (!writeFull(out.get(), buffer.data(), length)) {
+      rc = ISO_ERR_HOST;
+      break;
+    }
+  }
+  if (rc == ISO_END) {
+    rc = ISO_OK;
+    if (hostOps().fchmod(out.get(), 0644) != 0 || out.reset() != 0 ||
+        hostOps().rename(temp.c_str(), hostPath.c_str()) != 0) {
+      rc = ISO_ERR_HOST;
+    }
+  }
+  if (rc != ISO_OK) {
+    out.reset();
+    hostOps().unlink(temp.c_str());
+  }
+  return rc;
+}
+
+int openImage(const char *path, uint32_t formats, uint32_t flags,
+              IsoImage **image) {
+  if (image == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  *image = nullptr;
+  if (path == nullptr || flags != 0) {
+    return ISO_ERR_ARG;
+  }
+  auto handle = std::make_unique<IsoImage>();
+  uint32_t present = 0;
+  rec::Record jolietRoot;
+  int rc = probe(path, *handle, present, jolietRoot);
+  if (rc != ISO_OK) {
+    return rc;
+  }
+  uint32_t usable = present & formats;
+  if ((usable & FORMAT_ROCKRIDGE) != 0) {
+    handle->format = FORMAT_ROCKRIDGE;
+  } else if ((usable & FORMAT_JOLIET) != 0) {
+    handle->format = FORMAT_JOLIET;
+    handle->root = jolietRoot;
+  } else {
+    handle->format = FORMAT_ISO9660;
+  }
+  *image = handle.release();
+  return ISO_OK;
+}
+
+}  // namespace
+
+uint32_t listFormats(const char *path) {
+  if (path == nullptr) {
+    return 0;
+  }
+  IsoImage image;
+  uint32_t formats = 0;
+  rec::Record jolietRoot;
+  probe(path, image, formats, jolietRoot);
+  return formats;
+}
+
+int open(const char *path, uint32_t formats, uint32_t flags,
+         IsoImage **image) {
+  return openImage(path, formats, flags, image);
+}
+
+void close(IsoImage *image) { delete image; }
+
+uint32_t activeFormat(const IsoImage *image) {
+  return image == nullptr ? 0 : image->format;
+}
+
+int openDir(IsoImage *image, const char *path, Dir **dir) {
+  if (dir != nullptr) {
+    *dir = nullptr;
+  }
+  if (image == nullptr || path == nullptr || dir == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  auto handle = std::make_unique<Dir>();
+  int rc = walkPath(*image, path, *handle);
+  if (rc == ISO_OK) {
+    *dir = handle.release();
+  }
+  return rc;
+}
+
+int readDir(IsoImage *image, Dir *dir, Entry *entry) {
+  if (image == nullptr || dir == nullptr || entry == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  Item item;
+  int rc = nextItem(*image, *dir, item);
+  if (rc != ISO_OK) {
+    return rc;
+  }
+  rememberExtents(*image, item);
+  std::memset(entry, 0, sizeof *entry);
+  std::memcpy(entry->name, item.name.data(), item.name.size());
+  entry->extent = item.extent;
+  entry->size = item.size;
+  entry->isDirectory = item.isDirectory;
+  return ISO_OK;
+}
+
+int rewindDir(IsoImage *image, Dir *dir) {
+  if (image == nullptr || dir == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  dir->pos = 0;
+  dir->records = 0;
+  return ISO_OK;
+}
+
+int closeDir(IsoImage *image, Dir *dir) {
+  if (image == nullptr || dir == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  delete dir;
+  return ISO_OK;
+}
+
+int openFile(IsoImage *image, const Entry *entry, File **file) {
+  if (file != nullptr) {
+    *file = nullptr;
+  }
+  if (image == nullptr || entry == nullptr || file == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  if (entry->isDirectory) {
+    return ISO_ERR_IS_DIR;
+  }
+  std::vector<Extent> extents;
+  auto known = image->multiExtent.find(entry->extent);
+  uint64_t knownSize = 0;
+  if (known != image->multiExtent.end()) {
+    for (const Extent &e : known->second) {
+      knownSize += e.size;
+    }
+  }
+  if (knownSize == entry->size && known != image->multiExtent.end()) {
+    extents = known->second;
+  } else {
+    extents.push_back(Extent{entry->extent, entry->size});
+  }
+  std::unique_ptr<File> handle;
+  int rc = openExtents(*image, std::move(extents), handle);
+  if (rc == ISO_OK) {
+    *file = handle.release();
+  }
+  return rc;
+}
+
+int readFile(IsoImage *image, File *file, void *buffer, size_t *length) {
+  if (image == nullptr || file == nullptr || buffer == nullptr ||
+      length == nullptr || *length == 0) {
+    return ISO_ERR_ARG;
+  }
+  if (*length > kSectorSize) {
+    *length = kSectorSize;
+  }
+  return readChunk(*image, *file, buffer, *length);
+}
+
+void closeFile(IsoImage *, File *file) { delete file; }
+
+int volumeId(IsoImage *image, char **id) {
+  if (image == nullptr || id == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  *id = heapCopy(image->volumeId);
+  return ISO_OK;
+}
+
+int extractFile(IsoImage *image, const char *isoPath, const char *hostPath) {
+  if (image == nullptr || isoPath == nullptr || hostPath == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  Item item;
+  int rc = findItem(*image, isoPath, item);
+  if (rc != ISO_OK) {
+    return rc;
+  }
+  if (item.isDirectory) {
+    return ISO_ERR_IS_DIR;
+  }
+  return copyToHost(*image, item, hostPath);
+}
+
+int extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
+  if (image == nullptr || isoPath == nullptr || hostDir == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  struct stat st;
+  if (hostOps().stat(hostDir, &st) != 0 || !S_ISDIR(st.st_mode)) {
+    return ISO_ERR_HOST;
+  }
+  Dir dir;
+  int rc = walkPath(*image, isoPath, dir);
+  while (rc == ISO_OK) {
+    Item item;
+    rc = nextItem(*image, dir, item);
+    if (rc == ISO_OK && item.isRegular) {
+      rc = copyToHost(*image, item, joinPath(hostDir, item.name));
+    }
+  }
+  return rc == ISO_END ? ISO_OK : rc;
+}
+
+uint64_t bytesRead(const IsoImage *image) {
+  return image == nullptr ? 0 : image->bytesRead;
+}
+
 }  // namespace gp::iso

@@ -1,0 +1,105 @@
+// The image handle and the directory walk shared by the reader's files.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/hostio.h"
+#include "platform/isoimage.h"
+#include "platform/isoimage_records.h"
+
+namespace gp::iso {
+
+// Hostile images can claim anything; these keep every walk small.
+constexpr size_t kMaxPathComponents = 64;
+constexpr size_t kMaxPathLength = 4096;
+constexpr uint32_t kMaxDirectoryBytes = 64u << 20;
+constexpr uint32_t kMaxDirectoryRecords = 200000;
+constexpr size_t kMaxExtentsPerFile = 4096;
+constexpr size_t kMaxMultiExtentFiles = 65536;
+constexpr int kMaxContinuationAreas = 16;
+constexpr uint32_t kMaxContinuationLength = 64u << 10;
+constexpr int kMaxDescriptors = 64;
+
+struct Extent {
+  uint32_t block;
+  uint64_t size;
+};
+
+struct Dir {
+  uint32_t extent = 0;
+  uint32_t size = 0;
+  uint64_t pos = 0;
+  uint32_t records = 0;
+};
+
+struct File {
+  std::vector<Extent> extents;
+  size_t index = 0;       // extent being read
+  uint64_t offset = 0;    // within that extent
+};
+
+// One listed entry with what the public Entry cannot carry.
+struct Item {
+  std::string name;
+  uint32_t extent = 0;
+  uint64_t size = 0;
+  bool isDirectory = false;
+  bool isRegular = false;  // false for Rock Ridge symlinks, devices, ...
+  std::vector<Extent> extents;
+};
+
+}  // namespace gp::iso
+
+struct IsoImage {
+  gp::UniqueFd fd;
+  uint64_t fileSize = 0;
+  uint32_t format = 0;
+  gp::iso::rec::Record root;  // of the tree in use
+  bool rockRidge = false;     // reading Rock Ridge names
+  uint8_t suspSkip = 0;
+  std::string volumeId;
+  uint64_t bytesRead = 0;
+  // Extent lists of multi-extent files, by first block, so that openFile
+  // can follow a file that readDir listed.
+  std::map<uint32_t, std::vector<gp::iso::Extent>> multiExtent;
+
+  struct CacheSlot {
+    bool valid = false;
+    uint32_t block = 0;
+    std::array<uint8_t, gp::iso::rec::kSectorSize> data;
+  };
+  // Directory scans repeat (every lookup rescans its directory), so a few
+  // recently read sectors are kept.
+  std::array<CacheSlot, 16> cache;
+};
+
+namespace gp::iso {
+
+// True when `size` bytes from `block` lie inside the image file.
+bool inImage(const IsoImage &image, uint64_t block, uint64_t size);
+
+// One sector, possibly from the cache; valid until the next read. False
+// when the sector is outside the image or cannot be read.
+bool readSector(IsoImage &image, uint32_t block, const uint8_t *&data);
+
+// Bytes at an offset of the image; false unless all of them were read.
+bool readBytes(IsoImage &image, uint64_t offset, void *buffer, size_t length);
+
+// Opens the image file and reads its volume descriptors; the handle's
+// tree is the primary one. Sets `formats` to what the image carries.
+int probe(const char *path, IsoImage &image, uint32_t &formats,
+          rec::Record &jolietRoot);
+
+// A directory walker positioned at the start of `extent`.
+int startDir(const IsoImage &image, uint32_t extent, uint32_t size, Dir &dir);
+
+// The next listed entry: "." and "..", relocated Rock Ridge directories
+// and names that cannot be used are passed over. ISO_OK or ISO_END, or an
+// error on a malformed directory.
+int nextItem(IsoImage &image, Dir &dir, Item &item);
+
+}  // namespace gp::iso
