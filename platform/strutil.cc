@@ -6,11 +6,10 @@
 
 namespace gp::str {
 
-bool nextToken(std::string_view text, size_t &pos,
-               std::string_view delimiters, std::string_view &token) {
-  size_t start = pos < text.size()
-                     ? text.find_first_not_of(delimiters, pos)
-                     : std::string_view::npos;
+bool nextToken(std::string_view text, size_t &pos, std::string_view delimiters,
+               std::string_view &token) {
+  size_t start = pos < text.size() ? text.find_first_not_of(delimiters, pos)
+                                   : std::string_view::npos;
   if (start == std::string_view::npos) {
     pos = text.size();
     return false;
@@ -90,9 +89,7 @@ void boundedCopy(char *dst, size_t room, std::string_view text) {
 
 namespace {
 
-bool isCSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
+bool isCSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -146,10 +143,12 @@ int compareDottedVersion(std::string_view a, std::string_view b) {
     size_t ea = std::min(a.find('.', pa), a.size());
     size_t eb = std::min(b.find('.', pb), b.size());
     // Compare as digit strings: fields of any length, no overflow.
-    std::string_view da = pa < a.size() ? significantDigits(a.substr(pa, ea - pa))
-                                        : std::string_view();
-    std::string_view db = pb < b.size() ? significantDigits(b.substr(pb, eb - pb))
-                                        : std::string_view();
+    std::string_view da = pa < a.size()
+                              ? significantDigits(a.substr(pa, ea - pa))
+                              : std::string_view();
+    std::string_view db = pb < b.size()
+                              ? significantDigits(b.substr(pb, eb - pb))
+                              : std::string_view();
     if (da.size() != db.size()) {
       return da.size() < db.size() ? -1 : 1;
     }

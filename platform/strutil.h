@@ -11,8 +11,8 @@ namespace gp::str {
 // The next token of `text` at `pos`: skips any delimiters there and takes
 // the characters up to the next delimiter or the end of the text, leaving
 // `pos` after them. False at the end of the text; empty tokens never occur.
-bool nextToken(std::string_view text, size_t &pos,
-               std::string_view delimiters, std::string_view &token);
+bool nextToken(std::string_view text, size_t &pos, std::string_view delimiters,
+               std::string_view &token);
 
 // The next token's leading decimal number as parseLong() reads it, stored
 // even when other characters follow it in the token. False, with `value`

@@ -36,12 +36,12 @@ class VolumeImage {
  public:
   VolumeImage(const FileTree &tree, const std::string &volumeId) {
     test::writeTree(dir_ / "root", tree);
-    EXPECT_EQ(test::runCommand("xorriso -as mkisofs -quiet -J -R -V " +
-                               test::shellQuote(volumeId) + " -o " +
-                               test::shellQuote(path()) + " " +
-                               test::shellQuote(dir_ / "root") +
-                               " >/dev/null 2>&1"),
-              0);
+    EXPECT_EQ(
+        test::runCommand("xorriso -as mkisofs -quiet -J -R -V " +
+                         test::shellQuote(volumeId) + " -o " +
+                         test::shellQuote(path()) + " " +
+                         test::shellQuote(dir_ / "root") + " >/dev/null 2>&1"),
+        0);
   }
   std::string path() const { return dir_ / "image.iso"; }
 
@@ -80,14 +80,16 @@ TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
   // is not read.
   Result r = identify(VolumeImage(tree, "Mandriva.2010.0.x86_64").path());
   EXPECT_EQ(r.name(), "mandriva-64");
-  EXPECT_EQ(r.info.subVersion, uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
+  EXPECT_EQ(r.info.subVersion,
+            uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
   EXPECT_FALSE(r.info.noIsolinux);
   EXPECT_STREQ(r.info.versionString, "");
   // Without the architecture, product.id adds it and its release text but
   // an older release keeps the volume's code.
   r = identify(VolumeImage(tree, "Mandriva.2010.0").path());
   EXPECT_EQ(r.name(), "mandriva");
-  EXPECT_EQ(r.info.subVersion, uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
+  EXPECT_EQ(r.info.subVersion,
+            uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
   EXPECT_STREQ(r.info.versionString, "2006.0");
 }
 
@@ -110,29 +112,51 @@ TEST(LinuxMedia, MarkersCodesAndIsolinux) {
   const char products[] = "/ SUSE-Linux-Enterprise-Desktop-i386 10-0\n";
   const Case cases[] = {
       {{{"x86_64/product.id", "vendor=Mandriva,version=2008.0,arch=x86_64"}},
-       "mandriva-64", GUESS_VERSION_MANDRIVA_2008_0, true, "2008.0"},
+       "mandriva-64",
+       GUESS_VERSION_MANDRIVA_2008_0,
+       true,
+       "2008.0"},
       // isolinux is not looked for when VERSION exists.
       {{{"VERSION", "Mandrake Linux 10.1 x86_64\n"}}, "mandrake", 0, false, ""},
       // Not recognised, but the release read stays in the record.
-      {{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}}, nullptr, 0, false,
+      {{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}},
+       nullptr,
+       0,
+       false,
        "2006"},
       {{{".disk/info", "Ubuntu-Server 8.04 \"Hardy Heron\" - Release amd64"}},
-       "ubuntu-64", GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER, true,
+       "ubuntu-64",
+       GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER,
+       true,
        "Server 8.04"},
       // A long release is cut at the field's end.
       {{{".disk/info", "Ubuntu-Server 8.10.123456789012345678901234 i386"},
         {"ISOLINUX/ISOLINUX.CFG", kCfg}},
-       "ubuntu", GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, false,
+       "ubuntu",
+       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER,
+       false,
        "Server 8.10.1234567890123456789"},
-      {{{".disk/info", "Kubuntu 7.04 - Release powerpc"}}, nullptr, 0, false,
+      {{{".disk/info", "Kubuntu 7.04 - Release powerpc"}},
+       nullptr,
+       0,
+       false,
        "7.04"},
       {{{"content", sled}, {"boot/x86_64/loader/isolinux.cfg", kCfg}},
-       "sles10", GUESS_VERSION_SLED_10_SP2_OR_LOWER, false, ""},
+       "sles10",
+       GUESS_VERSION_SLED_10_SP2_OR_LOWER,
+       false,
+       ""},
       // A content file without an architecture ends the search.
       {{{"content", "PRODUCT SUSE SLED\n"}, {"media.1/products", products}},
-       nullptr, 0, false, ""},
+       nullptr,
+       0,
+       false,
+       ""},
       {{{"media.1/products", products}, {"boot/loader/isolinux.cfg", kCfg}},
-       "sles10", GUESS_VERSION_SLED_ALL, false, ""},
+       "sles10",
+       GUESS_VERSION_SLED_ALL,
+       false,
+       ""},
       {{{".S.u.S.E-disk-000.20041222", ""}}, "suse", 0, true, ""},
       {{{".s.u.s.e-disk-000", ""}}, nullptr, 0, false, ""},
       {{{"README", "Turbolinux 10 Server\n"}}, "turbolinux", 0, false, ""},
@@ -162,9 +186,10 @@ TEST(OtherMedia, MarkersAndListingOrder) {
       {{{"boot/kernel/kernel", elfWithMachine(3)}}, "freeBSD"},
       // The root kernel is read first, even when it is no ELF image.
       {{{"kernel", "abc"}, {"boot/kernel/kernel", elf64}}, "freeBSD"},
-      {{{"packages.xml", "<iso_build><product><name>Zentav Orvex</name>"
-                         "<orvex_version>4.0</orvex_version></product>"
-                         "</iso_build>"}},
+      {{{"packages.xml",
+         "<iso_build><product><name>Zentav Orvex</name>"
+         "<orvex_version>4.0</orvex_version></product>"
+         "</iso_build>"}},
        "ztkernel"},
       {{{"packages.xml", "<iso_build><product>"}}, "(none)"},
       {{{"isolinux.cfg", "MENU TITLE Orvexi-5\n"}}, "ztkernel5"},
@@ -198,7 +223,8 @@ TEST(OtherMedia, MacOsOnlyWhenAsked) {
   } cases[] = {
       {lion, "darwin11", "darwin11-64"},
       {{{guide, "pdf"}}, "darwin", "darwin-64"},
-      {{{std::string("Boot Camp/Documentation/") + guide, "pdf"}}, "darwin10",
+      {{{std::string("Boot Camp/Documentation/") + guide, "pdf"}},
+       "darwin10",
        "darwin10-64"},
   };
   for (const auto &c : cases) {
@@ -221,9 +247,9 @@ TEST(DetectorTable, EarlierDetectorWins) {
                               {".disk/info", ubuntu}})
                 .name(),
             "mandriva");
-  EXPECT_EQ(identify(FileTree{{".disk/info", ubuntu}, {"content", opensuse}})
-                .name(),
-            "ubuntu");
+  EXPECT_EQ(
+      identify(FileTree{{".disk/info", ubuntu}, {"content", opensuse}}).name(),
+      "ubuntu");
   EXPECT_EQ(identify(FileTree{{"content", opensuse}, {"README", "Turbolinux"}})
                 .name(),
             "opensuse");

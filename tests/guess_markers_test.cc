@@ -1,11 +1,12 @@
 // The readings of marker files, fed straight from text.
+#include "lib/guessGuest/guess_markers.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <random>
 #include <string>
 
-#include "lib/guessGuest/guess_markers.h"
 #include "platform/strutil.h"
 #include "support/fixtures.h"
 
@@ -16,9 +17,9 @@ std::string nameOf(const MarkerVerdict &v) {
   return v.osName != nullptr ? v.osName : "(none)";
 }
 
-#define EXPECT_VERDICT(v, name, code) \
-  do {                                \
-    EXPECT_EQ(nameOf(v), name);       \
+#define EXPECT_VERDICT(v, name, code)          \
+  do {                                         \
+    EXPECT_EQ(nameOf(v), name);                \
     EXPECT_EQ((v).subVersion, uint32_t(code)); \
   } while (0)
 
@@ -117,8 +118,8 @@ TEST(SuseMarkers, ProductNamesAndVersions) {
   };
   for (const Case &c : cases) {
     EXPECT_VERDICT(
-        suseFromContent(std::string(c.lines) + "\nBASEARCHS x86_64\n"),
-        c.name, c.code);
+        suseFromContent(std::string(c.lines) + "\nBASEARCHS x86_64\n"), c.name,
+        c.code);
   }
 }
 
@@ -234,13 +235,15 @@ TEST(OrvexMarkers, PackageList) {
        false},
       {"<name>Zentav Orvex</name><orvex_version>3.5</orvex_version>", false},
       {"<name/><orvex_version>4.0</orvex_version>", false},
-      {"<name><![CDATA[Zentav Orvex]]></name><orvex_version>4.0</orvex_version>",
+      {"<name><![CDATA[Zentav "
+       "Orvex]]></name><orvex_version>4.0</orvex_version>",
        false},
       {"<name>Zentav Orvex</name>", false},
   };
   for (const Case &c : cases) {
-    std::string xml = std::string("<?xml version=\"1.0\"?>\n<iso_build>"
-                                  "<id>7</id><product>") +
+    std::string xml = std::string(
+                          "<?xml version=\"1.0\"?>\n<iso_build>"
+                          "<id>7</id><product>") +
                       c.product + "</product></iso_build>\n";
     EXPECT_EQ(orvexFromPackageList(xml.c_str()), c.orvex) << c.product;
   }
@@ -258,8 +261,9 @@ TEST(OrvexMarkers, EntitiesAreNeitherLoadedNorExpanded) {
       "<orvex_version>4.0</orvex_version></product></iso_build>\n";
   EXPECT_FALSE(orvexFromPackageList(external.c_str()));
 
-  std::string bomb = "<?xml version=\"1.0\"?>\n<!DOCTYPE iso_build [\n"
-                     "<!ENTITY a0 \"Zentav Orvex \">\n";
+  std::string bomb =
+      "<?xml version=\"1.0\"?>\n<!DOCTYPE iso_build [\n"
+      "<!ENTITY a0 \"Zentav Orvex \">\n";
   for (int i = 1; i <= 30; ++i) {
     std::string ref = "&a" + std::to_string(i - 1) + ";";
     bomb += "<!ENTITY a" + std::to_string(i) + " \"";
@@ -268,8 +272,9 @@ TEST(OrvexMarkers, EntitiesAreNeitherLoadedNorExpanded) {
     }
     bomb += "\">\n";
   }
-  bomb += "]>\n<iso_build><product><name>&a30;</name>"
-          "<orvex_version>4.0</orvex_version></product></iso_build>\n";
+  bomb +=
+      "]>\n<iso_build><product><name>&a30;</name>"
+      "<orvex_version>4.0</orvex_version></product></iso_build>\n";
   auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(orvexFromPackageList(bomb.c_str()));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));

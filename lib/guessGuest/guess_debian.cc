@@ -42,10 +42,9 @@ void ubuntuRelease(std::string_view text, DebianFacts &facts) {
     return;
   }
   if (contains(text, "Ubuntu-Server")) {
-    facts.verdict.subVersion =
-        str::compareDottedVersion(release, "8.10") < 0
-            ? GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER
-            : GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER;
+    facts.verdict.subVersion = str::compareDottedVersion(release, "8.10") < 0
+                                   ? GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER
+                                   : GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER;
     facts.version = "Server " + std::string(release);
   } else {
     if (str::compareDottedVersion(release, "7.10") >= 0) {

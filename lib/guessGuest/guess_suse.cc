@@ -226,7 +226,8 @@ MarkerVerdict suseFromProducts(std::string_view text) {
       v.subVersion = GUESS_VERSION_SLED_ALL;
     }
   } else if (str::startsWithCaseless(rest, "SUSE-Linux")) {
-    v.osName = pick(kSuse, contains(text, "x86_64") || contains(text, "x86-64"));
+    v.osName =
+        pick(kSuse, contains(text, "x86_64") || contains(text, "x86-64"));
   }
   return v;
 }
