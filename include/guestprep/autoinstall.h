@@ -14,9 +14,108 @@ extern "C" {
 
 /* ---- Installation configuration and guest families ---- */
 
+/* One reserved name: with isPrefix 1, every name that begins with `name` is
+ * reserved; with 0, only `name` itself. A list ends with a null `name`. */
+typedef struct AutoInstallReservedName {
+  const char *name;
+  uint32_t isPrefix;
+} AutoInstallReservedName;
+
+/* The limits and reserved names of a guest, filled by
+ * AutoInstall_GetInstallConfigInfo(). The list pointers point into constant
+ * tables of the library and are never freed. The library attaches no
+ * meaning to the flag bytes and the guest limit: they are the host's. */
+typedef struct AutoInstallConfigInfo {
+  const AutoInstallReservedName *reservedShortNames; /* family, may be NULL */
+  const AutoInstallReservedName *reservedNames;      /* guest, may be NULL */
+  uint32_t maxShortNameLength;                       /* family */
+  uint32_t maxNameLength;                            /* guest */
+  uint32_t guestLimit;                               /* guest */
+  uint32_t maxPasswordLength;                        /* family */
+  uint8_t familyFlags[4];                            /* family */
+  uint8_t guestFlags[2];                             /* guest */
+} AutoInstallConfigInfo;
+
+/* Fills `out` with the limits for the guest identified in `info`; `family`
+ * is "windows" or "linux", compared exactly. FALSE, with `out` untouched,
+ * for a null argument, a null osName or an unknown family. */
+GUESTPREP_API Bool AutoInstall_GetInstallConfigInfo(
+    const char *family, const GuessInfo *info, AutoInstallConfigInfo *out);
+
+/* TRUE when the library can prepare an unattended installation of the
+ * identified guest: the Windows test, else the Linux test. */
+GUESTPREP_API Bool AutoInstall_IsSupportedGuest(const GuessInfo *info);
+GUESTPREP_API Bool AutoInstallIsSupportedWindowsGuest(const GuessInfo *info);
+GUESTPREP_API Bool AutoInstallIsSupportedLinuxGuest(const GuessInfo *info);
+
+/* TRUE when the guest's Linux installer reads its answer file from a floppy
+ * image, FALSE when the answer file goes on the remastered ISO. */
+GUESTPREP_API Bool AutoInstall_NeedsFloppy_Linux(const char *osName);
+
 /* ---- User input validation ---- */
 
+/* Which field a text is (the `kind` argument). */
+enum {
+  AUTOINSTALL_TEXT_PASSWORD = 0,
+  AUTOINSTALL_TEXT_SHORT_NAME = 1, /* login (user) name */
+  AUTOINSTALL_TEXT_NAME = 2        /* full name; on Windows the account name */
+};
+typedef int AutoInstallTextKind;
+
+/* Validation results. */
+enum {
+  AUTOINSTALL_VALID = 0,
+  AUTOINSTALL_BAD_LINUX_NAME = 1,
+  AUTOINSTALL_BAD_WINDOWS_NAME = 2,
+  AUTOINSTALL_BAD_PASSWORD_SUBSTRING = 3,
+  AUTOINSTALL_BAD_GECOS_SUBSTRING = 4,
+  AUTOINSTALL_BAD_LINUX_USERNAME = 5,
+  AUTOINSTALL_BAD_UBUNTU_USERNAME = 6
+};
+typedef int AutoInstallValidation;
+
+/* Each returns AUTOINSTALL_VALID or the first rule the text breaks. When a
+ * text is refused and `message` is not NULL, *message receives a new heap
+ * string in the user's language that the caller frees; otherwise *message
+ * is left as it was. `family` must be "windows" or "linux": anything else
+ * is a programming error that stops the process. */
+GUESTPREP_API AutoInstallValidation AutoInstall_ValidateName(
+    const char *family, const GuessInfo *info, const char *text,
+    char **message);
+GUESTPREP_API AutoInstallValidation AutoInstall_ValidateShortName(
+    const char *family, const GuessInfo *info, const char *text,
+    char **message);
+GUESTPREP_API AutoInstallValidation AutoInstall_ValidatePassword(
+    const char *family, const GuessInfo *info, const char *text,
+    char **message);
+
+/* The rules of each family; `kind` is an AutoInstallTextKind. */
+GUESTPREP_API AutoInstallValidation AutoInstallValidateLinuxText(
+    const GuessInfo *info, const char *text, int kind, char **message);
+GUESTPREP_API AutoInstallValidation AutoInstallValidateWindowsText(
+    const GuessInfo *info, const char *text, int kind, char **message);
+
 /* ---- Floppy image file transfer ---- */
+
+/* An open volume, directory or file of a FAT floppy image; NULL is none. */
+typedef struct FatObject *FatHandle;
+
+/* Copies the file `name` of the open image directory `dir` to the host
+ * file `hostPath` (created or emptied). */
+GUESTPREP_API Bool GetFileFromFloppyImg(FatHandle dir, const char *name,
+                                        const char *hostPath);
+
+/* Copies the host file `hostPath` into the open image directory `dir` under
+ * `name`. An existing file is overwritten from its start and keeps any
+ * bytes beyond the new length. */
+GUESTPREP_API Bool AddFileToFloppyImg(FatHandle dir, const char *hostPath,
+                                      const char *name);
+
+/* Adds the host file `hostPath` as `name` to the root directory of the
+ * floppy image "autoinst.flp" in `workDir`. */
+GUESTPREP_API Bool AutoInstall_AddFileToFloppyImg(const char *hostPath,
+                                                  const char *name,
+                                                  const char *workDir);
 
 /* ---- Linux answer files ---- */
 
@@ -43,6 +142,12 @@ GUESTPREP_API Bool AutoInstall_PrepareAnswerFileEx_Linux(
 /* ---- Windows boot floppy ---- */
 
 /* ---- Windows product names ---- */
+
+/* The display name, in the user's language, of an install image name such
+ * as "Windows 7 HOMEPREMIUMN" ("Windows 7 Home Premium N"). Names it does
+ * not know come back unchanged. A new heap string that the caller frees;
+ * NULL for a NULL name. */
+GUESTPREP_API char *AutoInstall_GetPrettyWindowsName(const char *imageName);
 
 #ifdef __cplusplus
 }

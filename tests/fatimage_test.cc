@@ -1,0 +1,457 @@
+// The FAT image service, checked against dosfstools and mtools: every image
+// it writes must pass fsck.fat and read back the same with mtools, and it
+// must read what mkfs.fat and mcopy made. Hostile images end in an error.
+#include "platform/fatimage.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/hostio.h"
+#include "support/fatcheck.h"
+#include "support/fixtures.h"
+
+namespace {
+
+using namespace gp::fat;
+using gp::test::TempDir;
+
+// Owns a handle; closes it at the end of the scope.
+struct H {
+  FatHandle h = nullptr;
+  ~H() {
+    if (h) close(h);
+  }
+  FatHandle *out() { return &h; }
+  Error done() {
+    Error e = close(h);
+    h = nullptr;
+    return e;
+  }
+};
+
+std::string pattern(size_t n, unsigned seed) {
+  std::string s(n, '\0');
+  for (size_t i = 0; i < n; ++i) {
+    s[i] = static_cast<char>((i * 131 + seed * 17 + i / 7) & 0xFF);
+  }
+  return s;
+}
+
+Error putFile(FatHandle dir, const std::string &name, const std::string &data) {
+  H f;
+  Error e = createFile(dir, name.c_str(), f.out());
+  uint32_t done = 0;
+  if (e == FAT_OK) e = writeFile(f.h, 0, data.data(), data.size(), &done);
+  Error c = f.done();
+  return e != FAT_OK ? e : c;
+}
+
+std::string getFile(FatHandle dir, const std::string &name,
+                    Error *err = nullptr) {
+  H f;
+  std::string out;
+  Error e = openFile(dir, name.c_str(), f.out());
+  char buf[700];
+  uint32_t got = 0;
+  while (e == FAT_OK &&
+         (e = readFile(f.h, out.size(), buf, sizeof buf, &got)) == FAT_OK &&
+         got) {
+    out.append(buf, got);
+  }
+  if (err) *err = e;
+  return out;
+}
+
+struct Listed {
+  std::string name;
+  uint64_t size;
+  bool dir;
+};
+std::vector<Listed> list(FatHandle dir) {
+  std::vector<Listed> out;
+  int64_t n = entryCount(dir);
+  for (int64_t i = 0; i < n; ++i) {
+    uint8_t present = 0, isDir = 0;
+    char *name = nullptr;
+    uint64_t size = 0;
+    EXPECT_EQ(FAT_OK,
+              catalogEntry(dir, i, &present, &name, &isDir, &size, nullptr));
+    if (present) out.push_back({name, size, isDir != 0});
+    free(name);
+  }
+  return out;
+}
+
+class FatImageTest : public ::testing::Test {
+ protected:
+  TempDir tmp;
+  std::string image = tmp / "test.flp";
+  H vol, root;
+
+  void format() {
+    ASSERT_EQ(FAT_OK, formatVolume(nullptr, image.c_str(), 1, 1, vol.out()));
+    ASSERT_EQ(FAT_OK, skipVolumeBoot(vol.h, FAT_FILE_SYSTEM));
+    ASSERT_EQ(FAT_OK, openRootDirectory(vol.h, root.out()));
+  }
+  Error reopen(int writable = 1) {
+    root.done();
+    vol.done();
+    Error e = openVolume(nullptr, image.c_str(), writable, vol.out());
+    return e == FAT_OK ? openRootDirectory(vol.h, root.out()) : e;
+  }
+  void expectClean() {
+    std::string report;
+    EXPECT_TRUE(gp::test::fsckClean(image, &report)) << report;
+  }
+};
+
+TEST_F(FatImageTest, FormatsAFloppyThatFsckAccepts) {
+  format();
+  EXPECT_EQ(224, entryCount(root.h));
+  EXPECT_EQ(2847u * 512, freeBytes(vol.h));
+  ASSERT_EQ(FAT_OK, vol.done());
+  std::string bytes = gp::test::readFile(image);
+  ASSERT_EQ(1474560u, bytes.size());
+  EXPECT_EQ('\x55', bytes[510]);
+  EXPECT_EQ('\xAA', bytes[511]);
+  EXPECT_EQ(bytes.substr(512, 9 * 512), bytes.substr(10 * 512, 9 * 512));
+  expectClean();
+  EXPECT_TRUE(gp::test::mdirList(image).empty());
+  EXPECT_EQ(FAT_ERR_ARG, formatVolume(nullptr, image.c_str(), 0, 1, vol.out()));
+  ASSERT_EQ(FAT_OK, openVolume(nullptr, image.c_str(), 0, vol.out()));
+  EXPECT_EQ(FAT_ERR_UNSUPPORTED, skipVolumeBoot(vol.h, 2));
+}
+
+// Short names keep their look through the case bits; other names get long
+// entries with unique aliases; mtools sees exactly what we wrote.
+TEST_F(FatImageTest, NamesAndContentMatchMtools) {
+  format();
+  const std::vector<std::pair<std::string, std::string>> files = {
+      {"preseed.cfg", pattern(300, 1)},
+      {"AUTOUN~0.XML", pattern(0, 2)},
+      {"winnt.SIF", pattern(512, 3)},
+      {"A long file name.txt", pattern(5000, 4)},
+      {"A long file name.txt2", pattern(1025, 5)},
+      {"Mixed.Txt", pattern(70000, 6)},
+      {"r\xC3\xA9sum\xC3\xA9.cfg", pattern(10, 7)},
+  };
+  for (const auto &[name, data] : files) {
+    ASSERT_EQ(FAT_OK, putFile(root.h, name, data)) << name;
+  }
+  // The volume is still open: each close has already written its file.
+  expectClean();
+  auto listed = gp::test::mdirList(image);
+  ASSERT_EQ(files.size(), listed.size());
+  EXPECT_EQ("preseed.cfg", listed[0].shortName);
+  EXPECT_EQ("", listed[0].longName);
+  EXPECT_EQ("AUTOUN~0.XML", listed[1].shortName);
+  EXPECT_EQ("winnt.SIF", listed[2].shortName);  // lower-case base only
+  EXPECT_EQ("ALONGF~1.TXT", listed[3].shortName);
+  EXPECT_EQ("ALONGF~2.TXT", listed[4].shortName);
+  EXPECT_EQ("MIXED.TXT", listed[5].shortName);
+  for (size_t i = 0; i < files.size(); ++i) {
+    const auto &[name, data] = files[i];
+    if (i >= 3) {
+      EXPECT_EQ(name, listed[i].longName);
+    }
+    EXPECT_EQ(std::to_string(data.size()), listed[i].size) << name;
+    std::string back;
+    ASSERT_TRUE(gp::test::mcopyOut(image, name, back)) << name;
+    EXPECT_EQ(data, back) << name;
+  }
+  auto ours = list(root.h);
+  ASSERT_EQ(files.size(), ours.size());
+  for (size_t i = 0; i < files.size(); ++i) {
+    EXPECT_EQ(files[i].first, ours[i].name);
+    EXPECT_EQ(files[i].second.size(), ours[i].size);
+  }
+  // Lookups ignore case and find a file by its alias too.
+  EXPECT_EQ(files[0].second, getFile(root.h, "PRESEED.CFG"));
+  EXPECT_EQ(files[3].second, getFile(root.h, "alongf~1.txt"));
+  H f;
+  EXPECT_EQ(FAT_ERR_EXISTS, createFile(root.h, "Preseed.Cfg", f.out()));
+  for (const char *bad :
+       {"", ".", "..", "a/b", "a\\b", "x?", "end.", "tab\t", "\xC3(bad-utf8"}) {
+    EXPECT_EQ(FAT_ERR_BAD_NAME, createFile(root.h, bad, f.out())) << bad;
+  }
+  EXPECT_EQ(FAT_ERR_BAD_NAME,
+            createFile(root.h, std::string(256, 'n').c_str(), f.out()));
+}
+
+TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
+  ASSERT_TRUE(gp::test::mkfsFat12(image));
+  std::string big = pattern(40000, 9), small = "hello\n";
+  gp::test::writeFile(tmp / "big", big);
+  gp::test::writeFile(tmp / "small", small);
+  ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "big", "Driver Package.inf"));
+  ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "small", "txtsetup.oem"));
+  ASSERT_EQ(0, gp::test::runCommand("MTOOLS_SKIP_CHECK=1 mmd -i " + image +
+                                    " ::/sub"));
+  ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "big", "sub/inner.bin"));
+  ASSERT_EQ(FAT_OK, reopen(0));
+  auto ours = list(root.h);
+  ASSERT_EQ(3u, ours.size());
+  EXPECT_EQ("Driver Package.inf", ours[0].name);
+  EXPECT_EQ(40000u, ours[0].size);
+  EXPECT_EQ("txtsetup.oem", ours[1].name);
+  EXPECT_TRUE(ours[2].dir);
+  EXPECT_EQ(big, getFile(root.h, "driver package.INF"));
+  EXPECT_EQ(small, getFile(root.h, "TXTSETUP.OEM"));
+  H sub;
+  ASSERT_EQ(FAT_OK, openDirectory(root.h, "SUB", sub.out()));
+  EXPECT_EQ(big, getFile(sub.h, "inner.bin"));
+  Error err;
+  getFile(root.h, "sub", &err);
+  EXPECT_EQ(FAT_ERR_IS_DIR, err);
+  getFile(root.h, "missing.txt", &err);
+  EXPECT_EQ(FAT_ERR_NOT_FOUND, err);
+  // Read only: nothing may change.
+  H f;
+  EXPECT_EQ(FAT_ERR_READ_ONLY, createFile(root.h, "new.txt", f.out()));
+  ASSERT_EQ(FAT_OK, openFile(root.h, "txtsetup.oem", f.out()));
+  uint32_t done;
+  EXPECT_EQ(FAT_ERR_READ_ONLY, writeFile(f.h, 0, "x", 1, &done));
+
+  // Written into: a new file in the subdirectory, grown past its cluster.
+  f.done();
+  sub.done();
+  ASSERT_EQ(FAT_OK, reopen(1));
+  ASSERT_EQ(FAT_OK, openDirectory(root.h, "sub", sub.out()));
+  for (int i = 0; i < 70; ++i) {
+    ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x"))
+        << i;
+  }
+  expectClean();
+  std::string back;
+  ASSERT_TRUE(gp::test::mcopyOut(image, "sub/file number 69", back));
+  EXPECT_EQ("x", back);
+}
+
+TEST_F(FatImageTest, WritesAtOffsetsGrowTheChain) {
+  format();
+  H f;
+  ASSERT_EQ(FAT_OK, createFile(root.h, "sparse.bin", f.out()));
+  uint32_t done = 0;
+  std::string head = pattern(100, 1), tail = pattern(3000, 2);
+  ASSERT_EQ(FAT_OK, writeFile(f.h, 0, head.data(), head.size(), &done));
+  ASSERT_EQ(FAT_OK, writeFile(f.h, 10000, tail.data(), tail.size(), &done));
+  EXPECT_EQ(3000u, done);
+  // A second handle on the same file sees the same state.
+  H g;
+  ASSERT_EQ(FAT_OK, openFile(root.h, "sparse.bin", g.out()));
+  uint64_t size = 0;
+  ASSERT_EQ(FAT_OK, fileSize(g.h, &size));
+  EXPECT_EQ(13000u, size);
+  ASSERT_EQ(FAT_OK, writeFile(g.h, 50, "ABC", 3, &done));
+  g.done();
+  f.done();
+  std::string expect = head + std::string(9900, '\0') + tail;
+  expect.replace(50, 3, "ABC");
+  std::string back;
+  ASSERT_TRUE(gp::test::mcopyOut(image, "sparse.bin", back));
+  EXPECT_EQ(expect, back);
+  EXPECT_EQ(expect, getFile(root.h, "sparse.bin"));
+  ASSERT_EQ(FAT_OK, openFile(root.h, "sparse.bin", f.out()));
+  EXPECT_EQ(FAT_ERR_TOO_LARGE,
+            writeFile(f.h, 0xFFFFFFF0u, "0123456789abcdefg", 17, &done));
+  expectClean();
+}
+
+TEST_F(FatImageTest, FullDiskAndFullRootAreCleanErrors) {
+  format();
+  std::string big = pattern(1400 * 1024, 3);
+  ASSERT_EQ(FAT_OK, putFile(root.h, "big.bin", big));
+  uint64_t before = freeBytes(vol.h);
+  EXPECT_EQ(FAT_ERR_DISK_FULL,
+            putFile(root.h, "more.bin", pattern(before + 1, 4)));
+  EXPECT_EQ(before, freeBytes(vol.h));  // nothing allocated by the failed write
+  EXPECT_EQ(FAT_OK, putFile(root.h, "fits.bin", pattern(before, 5)));
+  EXPECT_EQ(0u, freeBytes(vol.h));
+  expectClean();
+  EXPECT_EQ(big, getFile(root.h, "big.bin"));
+
+  ASSERT_EQ(FAT_OK, reopen());
+  for (int i = 3; i < 224; ++i) {
+    ASSERT_EQ(FAT_OK, putFile(root.h, "f" + std::to_string(i) + ".txt", ""))
+        << i;
+  }
+  H f;
+  EXPECT_EQ(FAT_ERR_DIR_FULL, createFile(root.h, "one.txt", f.out()));
+  expectClean();
+  EXPECT_EQ(224u, gp::test::mdirList(image).size());
+}
+
+TEST_F(FatImageTest, FailedWriteBackIsReported) {
+  format();
+  H f;
+  ASSERT_EQ(FAT_OK, createFile(root.h, "a.txt", f.out()));
+  uint32_t done;
+  ASSERT_EQ(FAT_OK, writeFile(f.h, 0, "data", 4, &done));
+  gp::HostOps ops = gp::hostOps();
+  ops.pwrite = [](int, const void *, size_t, off_t) -> ssize_t {
+    errno = ENOSPC;
+    return -1;
+  };
+  {
+    gp::ScopedHostOps failing(ops);
+    EXPECT_EQ(FAT_ERR_IO, f.done());
+  }
+  // The changes are still pending and reach the file with the volume.
+  EXPECT_EQ(FAT_OK, vol.done());
+  std::string back;
+  ASSERT_TRUE(gp::test::mcopyOut(image, "a.txt", back));
+  EXPECT_EQ("data", back);
+}
+
+// Hostile images: geometry, chains and sizes that cannot be trusted.
+class HostileImageTest : public FatImageTest {
+ protected:
+  std::string bytes;
+  void SetUp() override {
+    format();
+    ASSERT_EQ(FAT_OK,
+              putFile(root.h, "three.bin", pattern(1500, 1)));  // 2, 3, 4
+    root.done();
+    vol.done();
+    bytes = gp::test::readFile(image);
+  }
+  void put16(size_t off, uint16_t v) {
+    bytes[off] = static_cast<char>(v);
+    bytes[off + 1] = static_cast<char>(v >> 8);
+  }
+  void setFat(uint32_t cluster, uint32_t value) {
+    for (size_t fat : {512u, 512u + 9 * 512}) {
+      auto *p = reinterpret_cast<uint8_t *>(&bytes[fat + cluster * 3 / 2]);
+      if (cluster & 1) {
+        p[0] = static_cast<uint8_t>((p[0] & 0x0F) | (value << 4));
+        p[1] = static_cast<uint8_t>(value >> 4);
+      } else {
+        p[0] = static_cast<uint8_t>(value);
+        p[1] = static_cast<uint8_t>((p[1] & 0xF0) | (value >> 8));
+      }
+    }
+  }
+  Error openWith(Error *fileErr) {
+    gp::test::writeFile(image, bytes);
+    Error e = reopen(1);
+    if (e == FAT_OK) {
+      list(root.h);
+      getFile(root.h, "three.bin", fileErr);
+    }
+    return e;
+  }
+};
+
+TEST_F(HostileImageTest, BadGeometryIsRefused) {
+  const std::string good = bytes;
+  struct Case {
+    const char *what;
+    size_t off;
+    int width;
+    uint32_t value;
+    Error expect;
+  } cases[] = {
+      {"zero bytes per sector", 11, 2, 0, FAT_ERR_BAD_IMAGE},
+      {"odd bytes per sector", 11, 2, 513, FAT_ERR_BAD_IMAGE},
+      {"zero sectors per cluster", 13, 1, 0, FAT_ERR_BAD_IMAGE},
+      {"three sectors per cluster", 13, 1, 3, FAT_ERR_BAD_IMAGE},
+      {"no FAT", 16, 1, 0, FAT_ERR_BAD_IMAGE},
+      {"no root directory", 17, 2, 0, FAT_ERR_UNSUPPORTED},
+      {"more sectors than the file", 19, 2, 0xFFFF, FAT_ERR_BAD_IMAGE},
+      {"FAT too small", 22, 2, 1, FAT_ERR_BAD_IMAGE},
+      {"no data area", 19, 2, 33, FAT_ERR_BAD_IMAGE},
+      {"huge root directory", 17, 2, 0xFFF0, FAT_ERR_BAD_IMAGE},
+  };
+  for (const auto &c : cases) {
+    bytes = good;
+    if (c.width == 1)
+      bytes[c.off] = static_cast<char>(c.value);
+    else
+      put16(c.off, static_cast<uint16_t>(c.value));
+    Error fileErr = FAT_OK;
+    EXPECT_EQ(c.expect, openWith(&fileErr)) << c.what;
+  }
+  bytes = good.substr(0, 1000);
+  Error fileErr;
+  EXPECT_EQ(FAT_ERR_BAD_IMAGE, openWith(&fileErr)) << "truncated";
+  bytes = good.substr(0, 100);
+  EXPECT_EQ(FAT_ERR_BAD_IMAGE, openWith(&fileErr)) << "shorter than a sector";
+}
+
+TEST_F(HostileImageTest, BrokenChainsAreRefused) {
+  const std::string good = bytes;
+  const size_t entry = 19 * 512;  // the file's directory entry
+  struct Case {
+    const char *what;
+    std::function<void()> mutate;
+  } cases[] = {
+      {"FAT points outside", [&] { setFat(3, 0xF00); }},
+      {"chain loops", [&] { setFat(4, 2); }},
+      {"free cluster in chain", [&] { setFat(3, 0); }},
+      {"bad cluster mark", [&] { setFat(3, 0xFF7); }},
+      {"size beyond chain", [&] { put16(entry + 28, 1537); }},
+      {"first cluster outside", [&] { put16(entry + 26, 0xFF0); }},
+  };
+  for (const auto &c : cases) {
+    bytes = good;
+    c.mutate();
+    Error fileErr = FAT_OK;
+    ASSERT_EQ(FAT_OK, openWith(&fileErr)) << c.what;
+    EXPECT_EQ(FAT_ERR_BAD_IMAGE, fileErr) << c.what;
+  }
+}
+
+TEST_F(HostileImageTest, NamesFromTheImageCarryNoPathSeparator) {
+  // A long name piece that says "../x" and a short name with a slash.
+  const size_t root0 = 19 * 512;
+  std::u16string evil = u"../evil";
+  std::string lfn(32, '\xFF');
+  lfn[0] = 0x41;
+  lfn[11] = 0x0F;
+  lfn[12] = 0;
+  const uint8_t shortName[] = "A/B     TXT";
+  uint8_t sum = 0;
+  for (int i = 0; i < 11; ++i)
+    sum = static_cast<uint8_t>(((sum & 1) << 7) + (sum >> 1) + shortName[i]);
+  lfn[13] = static_cast<char>(sum);
+  lfn[26] = lfn[27] = 0;
+  const int offs[] = {1, 3, 5, 7, 9, 14, 16, 18};
+  for (size_t k = 0; k <= evil.size(); ++k) {
+    char16_t u = k < evil.size() ? evil[k] : 0;
+    lfn[offs[k]] = static_cast<char>(u);
+    lfn[offs[k] + 1] = static_cast<char>(u >> 8);
+  }
+  std::string shortEntry = bytes.substr(root0, 32);
+  shortEntry.replace(0, 11, reinterpret_cast<const char *>(shortName), 11);
+  shortEntry[12] = 0;  // no case bits
+  bytes.replace(root0, 32, lfn);
+  bytes.replace(root0 + 32, 32, shortEntry);
+  gp::test::writeFile(image, bytes);
+  ASSERT_EQ(FAT_OK, reopen(0));
+  auto ours = list(root.h);
+  ASSERT_EQ(1u, ours.size());
+  EXPECT_EQ("A_B.TXT", ours[0].name);
+}
+
+TEST_F(HostileImageTest, NothingIsWrittenPastTheVolume) {
+  // A volume smaller than its file: bytes after it belong to someone else.
+  put16(19, 1000);
+  std::string trailer = pattern(1474560 - 1000 * 512, 8);
+  bytes.replace(1000 * 512, std::string::npos, trailer);
+  gp::test::writeFile(image, bytes);
+  ASSERT_EQ(FAT_OK, reopen(1));
+  EXPECT_EQ(FAT_ERR_DISK_FULL, putFile(root.h, "huge", pattern(600 * 1024, 2)));
+  EXPECT_EQ(FAT_OK, putFile(root.h, "fits", pattern(400 * 1024, 2)));
+  ASSERT_EQ(FAT_OK, vol.done());
+  root.done();
+  std::string after = gp::test::readFile(image);
+  ASSERT_EQ(bytes.size(), after.size());
+  EXPECT_EQ(trailer, after.substr(1000 * 512));
+}
+
+}  // namespace
