@@ -25,6 +25,15 @@ namespace {
 // The detector table, in the order of detection.
 const GuessDetector kDetectors[] = {
     Guess_RedHat,
+    Guess_Mandriva,
+    Guess_Debian,
+    Guess_SUSE,
+    Guess_TurboLinux,
+    Guess_Solaris,
+    Guess_NetWare,
+    Guess_FreeBSD,
+    Guess_Orvex,
+    Guess_Orvexi,
     nullptr,
 };
 
