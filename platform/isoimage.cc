@@ -48,6 +48,9 @@ int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
       if (!item.isDirectory) {
         return ISO_ERR_NOT_DIR;
       }
+      if (item.size > kMaxDirectoryBytes) {
+        return ISO_ERR_FORMAT;
+      }
       rc = startDir(image, item.extent, static_cast<uint32_t>(item.size), dir);
     }
   }
@@ -57,8 +60,9 @@ int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
 // Finds the entry `isoPath` names (its last component in its directory).
 int findItem(IsoImage &image, std::string_view isoPath, Item &item) {
   size_t slash = isoPath.rfind('/');
-  std::string_view dirPath =
-      slash == std::string_view::npos ? std::string_view() : isoPath.substr(0, slash);
+  std::string_view dirPath = slash == std::string_view::npos
+                                 ? std::string_view()
+                                 : isoPath.substr(0, slash);
   std::string_view name =
       slash == std::string_view::npos ? isoPath : isoPath.substr(slash + 1);
   if (name.empty()) {
@@ -108,7 +112,8 @@ int readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
   }
   const Extent &e = file.extents[file.index];
   uint64_t toSectorEnd = kSectorSize - file.offset % kSectorSize;
-  uint64_t chunk = std::min<uint64_t>({room, e.size - file.offset, toSectorEnd});
+  uint64_t chunk =
+      std::min<uint64_t>({room, e.size - file.offset, toSectorEnd});
   if (room > kSectorSize) {
     // Bulk copies may take whole sectors at once.
     chunk = std::min<uint64_t>(room, e.size - file.offset);
@@ -196,15 +201,14 @@ uint32_t listFormats(const char *path) {
   if (path == nullptr) {
     return 0;
   }
-  IsoImage image;
+  auto image = std::make_unique<IsoImage>();  // its sector cache is large
   uint32_t formats = 0;
   rec::Record jolietRoot;
-  probe(path, image, formats, jolietRoot);
+  probe(path, *image, formats, jolietRoot);
   return formats;
 }
 
-int open(const char *path, uint32_t formats, uint32_t flags,
-         IsoImage **image) {
+int open(const char *path, uint32_t formats, uint32_t flags, IsoImage **image) {
   return openImage(path, formats, flags, image);
 }
 

@@ -38,8 +38,8 @@ struct Dir {
 
 struct File {
   std::vector<Extent> extents;
-  size_t index = 0;       // extent being read
-  uint64_t offset = 0;    // within that extent
+  size_t index = 0;     // extent being read
+  uint64_t offset = 0;  // within that extent
 };
 
 // One listed entry with what the public Entry cannot carry.

@@ -56,8 +56,8 @@ bool parseRecord(Bytes bytes, Record &record) {
   record.identifier = r.sub(33, nameLength);
   // The identifier is padded to an even offset for the System Use area.
   size_t suStart = 33 + nameLength + ((nameLength % 2 == 0) ? 1 : 0);
-  record.systemUse = suStart <= length ? r.sub(suStart, length - suStart)
-                                       : Bytes{};
+  record.systemUse =
+      suStart <= length ? r.sub(suStart, length - suStart) : Bytes{};
   return true;
 }
 

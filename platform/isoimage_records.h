@@ -18,6 +18,7 @@ constexpr size_t kMinRecordLength = 34;
 
 // Directory record flags.
 constexpr uint8_t kFlagDirectory = 0x02;
+constexpr uint8_t kFlagAssociated = 0x04;
 constexpr uint8_t kFlagMultiExtent = 0x80;
 
 // A read-only view of bytes that refuses to index outside itself.
@@ -44,8 +45,8 @@ struct Record {
                         // attribute record
   uint32_t size = 0;
   uint8_t flags = 0;
-  Bytes identifier;     // the raw file identifier
-  Bytes systemUse;      // what follows the identifier and its padding
+  Bytes identifier;  // the raw file identifier
+  Bytes systemUse;   // what follows the identifier and its padding
 };
 
 // Parses the record at the start of `bytes` (whose first byte is its
@@ -83,13 +84,13 @@ struct SystemUse {
   bool hasRockRidgeEntry = false;   // any of the Rock Ridge entries
   std::string name;                 // "NM" pieces, concatenated
   bool hasName = false;
-  bool nameSpecial = false;         // "NM" naming "." or ".."
-  bool relocated = false;           // "RE": shown elsewhere through "CL"
-  bool hasChildLink = false;        // "CL": the directory lives at childLink
+  bool nameSpecial = false;   // "NM" naming "." or ".."
+  bool relocated = false;     // "RE": shown elsewhere through "CL"
+  bool hasChildLink = false;  // "CL": the directory lives at childLink
   uint32_t childLink = 0;
-  bool hasMode = false;             // "PX"
+  bool hasMode = false;  // "PX"
   uint32_t mode = 0;
-  bool hasNext = false;             // "CE"
+  bool hasNext = false;  // "CE"
   uint32_t nextBlock = 0;
   uint32_t nextOffset = 0;
   uint32_t nextLength = 0;

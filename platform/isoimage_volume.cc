@@ -68,8 +68,19 @@ void readSystemUse(IsoImage &image, const Record &record, size_t skip,
     }
     uint64_t offset = uint64_t{su.nextBlock} * kSectorSize + su.nextOffset;
     continuation.resize(su.nextLength);
-    if (!inImage(image, su.nextBlock, su.nextOffset + uint64_t{su.nextLength}) ||
-        !readBytes(image, offset, continuation.data(), continuation.size())) {
+    if (!inImage(image, su.nextBlock,
+                 su.nextOffset + uint64_t{su.nextLength})) {
+      return;
+    }
+    // Areas usually share one sector, which every lookup revisits.
+    const uint8_t *sector = nullptr;
+    if (su.nextOffset + su.nextLength <= kSectorSize) {
+      if (!readSector(image, su.nextBlock, sector)) {
+        return;
+      }
+      std::memcpy(continuation.data(), sector + su.nextOffset, su.nextLength);
+    } else if (!readBytes(image, offset, continuation.data(),
+                          continuation.size())) {
       return;
     }
     area = Bytes{continuation.data(), continuation.size()};
@@ -110,7 +121,8 @@ void detectRockRidge(IsoImage &image, bool &present, uint8_t &skip) {
   }
   rec::SystemUse su;
   readSystemUse(image, self, 0, su);
-  present = su.hasSharingProtocol && (su.hasRockRidgeId || su.hasRockRidgeEntry);
+  present =
+      su.hasSharingProtocol && (su.hasRockRidgeId || su.hasRockRidgeEntry);
   skip = su.skip;
 }
 
@@ -138,8 +150,8 @@ bool readSector(IsoImage &image, uint32_t block, const uint8_t *&data) {
 }
 
 bool readBytes(IsoImage &image, uint64_t offset, void *buffer, size_t length) {
-  ssize_t n = preadFull(image.fd.get(), buffer, length,
-                        static_cast<off_t>(offset));
+  ssize_t n =
+      preadFull(image.fd.get(), buffer, length, static_cast<off_t>(offset));
   if (n > 0) {
     image.bytesRead += static_cast<uint64_t>(n);
   }
@@ -174,9 +186,9 @@ int probe(const char *path, IsoImage &image, uint32_t &formats,
       break;
     }
     Record root;
-    if (type == rec::DescriptorType::Primary && (formats & FORMAT_ISO9660) == 0 &&
-        bytes.le16(128) == kSectorSize && rec::descriptorRoot(bytes, root) &&
-        rootOk(image, root)) {
+    if (type == rec::DescriptorType::Primary &&
+        (formats & FORMAT_ISO9660) == 0 && bytes.le16(128) == kSectorSize &&
+        rec::descriptorRoot(bytes, root) && rootOk(image, root)) {
       formats |= FORMAT_ISO9660;
       image.root = root;
       std::string_view id = bytes.text(40, 32);
@@ -223,6 +235,8 @@ int nextItem(IsoImage &image, Dir &dir, Item &item) {
     if (rc != ISO_OK) {
       return rc;
     }
+    // Associated files (resource forks) repeat the name of their file.
+    bool associated = (record.flags & rec::kFlagAssociated) != 0;
     if (isSelfOrParent(record)) {
       continue;
     }
@@ -274,7 +288,7 @@ int nextItem(IsoImage &image, Dir &dir, Item &item) {
       item.name = rec::primaryName(record.identifier);
       item.isRegular = !item.isDirectory;
     }
-    if (relocated || !rec::isUsableName(item.name)) {
+    if (relocated || associated || !rec::isUsableName(item.name)) {
       continue;
     }
     return ISO_OK;

@@ -1,24 +1,35 @@
 #include "platform/strutil.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 
 namespace gp::str {
 
-bool Tokenizer::next(std::string_view &token) {
-  pos_ = text_.find_first_not_of(delimiters_, pos_);
-  if (pos_ == std::string_view::npos) {
-    pos_ = text_.size();
+bool nextToken(std::string_view text, size_t &pos, std::string_view delimiters,
+               std::string_view &token) {
+  size_t start = pos < text.size() ? text.find_first_not_of(delimiters, pos)
+                                   : std::string_view::npos;
+  if (start == std::string_view::npos) {
+    pos = text.size();
     return false;
   }
-  size_t end = text_.find_first_of(delimiters_, pos_);
+  size_t end = text.find_first_of(delimiters, start);
   if (end == std::string_view::npos) {
-    end = text_.size();
+    end = text.size();
   }
-  token = text_.substr(pos_, end - pos_);
-  pos_ = end;
+  token = text.substr(start, end - start);
+  pos = end;
+  return true;
+}
+
+bool nextIntToken(std::string_view text, size_t &pos,
+                  std::string_view delimiters, long &value) {
+  std::string_view token;
+  if (!nextToken(text, pos, delimiters, token)) {
+    return false;
+  }
+  value = parseLong(token);
   return true;
 }
 
@@ -76,11 +87,79 @@ void boundedCopy(char *dst, size_t room, std::string_view text) {
   dst[n] = '\0';
 }
 
+namespace {
+
+bool isCSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The digits at the start of `s` without leading zeros ("" for none or 0).
+std::string_view significantDigits(std::string_view s) {
+  size_t n = 0;
+  while (n < s.size() && isDigit(s[n])) {
+    ++n;
+  }
+  std::string_view digits = s.substr(0, n);
+  size_t zeros = digits.find_first_not_of('0');
+  return zeros == std::string_view::npos ? std::string_view()
+                                         : digits.substr(zeros);
+}
+
+}  // namespace
+
 long parseLong(std::string_view s) {
-  std::string copy(s);
-  errno = 0;
-  long v = std::strtol(copy.c_str(), nullptr, 10);
+  size_t i = 0;
+  while (i < s.size() && isCSpace(s[i])) {
+    ++i;
+  }
+  bool negative = false;
+  if (i < s.size() && (s[i] == '+' || s[i] == '-')) {
+    negative = s[i] == '-';
+    ++i;
+  }
+  // Accumulate towards the sign so that LONG_MIN is reachable; clamp as
+  // strtol() does.
+  long v = 0;
+  for (; i < s.size() && isDigit(s[i]); ++i) {
+    int d = s[i] - '0';
+    if (negative) {
+      if (v < (LONG_MIN + d) / 10) {
+        return LONG_MIN;
+      }
+      v = v * 10 - d;
+    } else {
+      if (v > (LONG_MAX - d) / 10) {
+        return LONG_MAX;
+      }
+      v = v * 10 + d;
+    }
+  }
   return v;
+}
+
+int compareDottedVersion(std::string_view a, std::string_view b) {
+  size_t pa = 0, pb = 0;
+  while (pa < a.size() || pb < b.size()) {
+    size_t ea = std::min(a.find('.', pa), a.size());
+    size_t eb = std::min(b.find('.', pb), b.size());
+    // Compare as digit strings: fields of any length, no overflow.
+    std::string_view da = pa < a.size()
+                              ? significantDigits(a.substr(pa, ea - pa))
+                              : std::string_view();
+    std::string_view db = pb < b.size()
+                              ? significantDigits(b.substr(pb, eb - pb))
+                              : std::string_view();
+    if (da.size() != db.size()) {
+      return da.size() < db.size() ? -1 : 1;
+    }
+    int c = da.compare(db);
+    if (c != 0) {
+      return c < 0 ? -1 : 1;
+    }
+    pa = ea < a.size() ? ea + 1 : a.size();
+    pb = eb < b.size() ? eb + 1 : b.size();
+  }
+  return 0;
 }
 
 }  // namespace gp::str

@@ -117,6 +117,18 @@ GUESTPREP_API Bool Guess_WindowsLegacy(GuessMedium *medium, GuessInfo *info);
 GUESTPREP_API Bool Guess_WindowsVistaAndNewer(GuessMedium *medium,
                                               GuessInfo *info);
 GUESTPREP_API Bool Guess_RedHat(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_Mandriva(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_Debian(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_SUSE(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_TurboLinux(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_Solaris(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_NetWare(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_FreeBSD(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_Orvex(GuessMedium *medium, GuessInfo *info);
+GUESTPREP_API Bool Guess_Orvexi(GuessMedium *medium, GuessInfo *info);
+
+/* Mac OS X media; not run by Guess_Guest(). */
+GUESTPREP_API Bool Guess_MacOS(GuessMedium *medium, GuessInfo *info);
 
 #ifdef __cplusplus
 }

@@ -28,6 +28,15 @@ const GuessDetector kDetectors[] = {
     Guess_WindowsLegacy,
     Guess_WindowsVistaAndNewer,
     Guess_RedHat,
+    Guess_Mandriva,
+    Guess_Debian,
+    Guess_SUSE,
+    Guess_TurboLinux,
+    Guess_Solaris,
+    Guess_NetWare,
+    Guess_FreeBSD,
+    Guess_Orvex,
+    Guess_Orvexi,
     nullptr,
 };
 

@@ -1,6 +1,7 @@
 // Shared between the files of the identification module.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,10 @@ struct FileText {
   size_t size = 0;
   bool present() const { return data != nullptr; }
   std::string_view view() const { return {data.get(), size}; }
+  // The contents as the text that marker files are: up to the first NUL.
+  std::string_view text() const {
+    return data ? std::string_view(data.get()) : std::string_view();
+  }
 };
 
 // Guess_ReadFileName wrapped in an owner.
@@ -44,6 +49,17 @@ class DirHandle {
   GuessMedium *medium_;
   GuessDir *dir_;
 };
+
+// Whether "isolinux.cfg" exists in any of the directories, tried in order.
+inline bool isolinuxConfigIn(GuessMedium *medium,
+                             std::initializer_list<const char *> dirs) {
+  for (const char *dir : dirs) {
+    if (Guess_FileExists(medium, dir, "isolinux.cfg")) {
+      return true;
+    }
+  }
+  return false;
+}
 
 // Records a recognised medium: osName and subVersion.
 inline Bool recognise(GuessInfo *info, const char *osName,

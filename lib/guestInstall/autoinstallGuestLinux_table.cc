@@ -97,6 +97,10 @@ const AutoInstallLinuxAnswer &autoInstallLinuxAnswer(
   return kLinuxAnswers[kind];
 }
 
+bool autoInstallLinuxNeedsFloppy(AutoInstallLinuxKind kind) {
+  return autoInstallLinuxAnswer(kind).needsFloppy != 0;
+}
+
 std::string autoInstallLinuxAnswerPath(AutoInstallLinuxKind kind,
                                        std::string_view outDir) {
   const AutoInstallLinuxAnswer &row = autoInstallLinuxAnswer(kind);

@@ -1,0 +1,106 @@
+// Debian and Ubuntu detection from ".disk/info", the one-line description
+// that their media carry, e.g.
+//   Ubuntu 8.04 "Hardy Heron" - Release amd64 (20080424)
+#include <string>
+
+#include "lib/guessGuest/guess_internal.h"
+#include "lib/guessGuest/guess_markers.h"
+#include "platform/strutil.h"
+
+namespace gp::guess {
+namespace {
+
+struct DebianFamily {
+  const char *prefix;  // null ends the table
+  const char *name32;
+  const char *name64;
+  bool ubuntu;
+};
+
+const DebianFamily kFamilies[] = {
+    {"Debian GNU/Linux 4.0", "debian4", "debian4-64", false},
+    {"Debian GNU/Linux 5.0", "debian5", "debian5-64", false},
+    {"Debian GNU/Linux 7.0", "debian7", "debian7-64", false},
+    {"Ubuntu", "ubuntu", "ubuntu-64", true},
+    {"Kubuntu", "ubuntu", "ubuntu-64", true},
+    {"Xubuntu", "ubuntu", "ubuntu-64", true},
+    {"Edubuntu", "ubuntu", "ubuntu-64", true},
+    {nullptr, nullptr, nullptr, false},
+};
+
+bool contains(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+// Ubuntu's release is the second word; server media install differently
+// from 8.10 on, desktop media from 7.10 on.
+void ubuntuRelease(std::string_view text, DebianFacts &facts) {
+  size_t pos = 0;
+  std::string_view release;
+  if (!str::nextToken(text, pos, " ", release) ||
+      !str::nextToken(text, pos, " ", release)) {
+    return;
+  }
+  if (contains(text, "Ubuntu-Server")) {
+    facts.verdict.subVersion = str::compareDottedVersion(release, "8.10") < 0
+                                   ? GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER
+                                   : GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER;
+    facts.version = "Server " + std::string(release);
+  } else {
+    if (str::compareDottedVersion(release, "7.10") >= 0) {
+      facts.verdict.subVersion = GUESS_VERSION_UBUNTU_710_OR_HIGHER;
+    }
+    facts.version = std::string(release);
+  }
+}
+
+}  // namespace
+
+DebianFacts debianFromDiskInfo(std::string_view text) {
+  DebianFacts facts;
+  const DebianFamily *family = kFamilies;
+  while (family->prefix != nullptr && !str::startsWith(text, family->prefix)) {
+    ++family;
+  }
+  if (family->prefix == nullptr) {
+    return facts;
+  }
+  if (contains(text, "amd64")) {
+    facts.verdict.osName = family->name64;
+  } else if (contains(text, "i386")) {
+    facts.verdict.osName = family->name32;
+  }
+  if (family->ubuntu) {
+    facts.verdict.subVersion = GUESS_VERSION_UBUNTU_704_OR_LOWER;
+    ubuntuRelease(text, facts);
+  }
+  return facts;
+}
+
+}  // namespace gp::guess
+
+using namespace gp;
+using namespace gp::guess;
+
+GP_EXPORT Bool Guess_Debian(GuessMedium *medium, GuessInfo *info) {
+  if (medium == nullptr || info == nullptr) {
+    return FALSE;
+  }
+  return abiGuard(Bool(FALSE), [&]() -> Bool {
+    FileText diskInfo = readFileName(medium, ".disk/info");
+    bool isolinux = Guess_FileExists(medium, "isolinux", "isolinux.cfg");
+    if (!diskInfo.present()) {
+      return info->osName != nullptr;
+    }
+    DebianFacts facts = debianFromDiskInfo(diskInfo.text());
+    if (!facts.version.empty()) {
+      str::boundedCopy(info->versionString, sizeof info->versionString,
+                       facts.version);
+    }
+    if (facts.verdict.osName == nullptr) {
+      return info->osName != nullptr;
+    }
+    info->noIsolinux = isolinux ? FALSE : TRUE;
+    return recognise(info, facts.verdict.osName, facts.verdict.subVersion);
+  });
+}

@@ -1,0 +1,19 @@
+// Turbolinux detection: its media open their root "README" with the name.
+#include "lib/guessGuest/guess_internal.h"
+#include "platform/strutil.h"
+
+using namespace gp;
+using namespace gp::guess;
+
+GP_EXPORT Bool Guess_TurboLinux(GuessMedium *medium, GuessInfo *info) {
+  if (medium == nullptr || info == nullptr) {
+    return FALSE;
+  }
+  return abiGuard(Bool(FALSE), [&]() -> Bool {
+    FileText readme = readFileName(medium, "README");
+    if (!str::startsWith(readme.text(), "Turbolinux")) {
+      return info->osName != nullptr;
+    }
+    return recognise(info, "turbolinux", GUESS_VERSION_UNKNOWN);
+  });
+}

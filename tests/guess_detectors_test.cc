@@ -1,0 +1,265 @@
+// The Linux and other detectors on real ISO 9660 images.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "guestprep/guess.h"
+#include "platform/fatal.h"
+#include "platform/isoimage.h"
+#include "support/fixtures.h"
+
+namespace gp::guess {
+namespace {
+
+using test::FileTree;
+using test::IsoFlavor;
+
+struct Result {
+  int rc;
+  GuessInfo info;
+  std::string name() const { return info.osName ? info.osName : "(none)"; }
+};
+
+Result identify(const std::string &image) {
+  Result r;
+  r.rc = Guess_Guest(image.c_str(), 0, &r.info);
+  return r;
+}
+
+Result identify(const FileTree &tree) {
+  return identify(test::isoFromTree(tree, IsoFlavor::JolietRockRidge));
+}
+
+// An image with a chosen volume identifier, which the shared fixture fixes.
+class VolumeImage {
+ public:
+  VolumeImage(const FileTree &tree, const std::string &volumeId) {
+    test::writeTree(dir_ / "root", tree);
+    EXPECT_EQ(
+        test::runCommand("xorriso -as mkisofs -quiet -J -R -V " +
+                         test::shellQuote(volumeId) + " -o " +
+                         test::shellQuote(path()) + " " +
+                         test::shellQuote(dir_ / "root") + " >/dev/null 2>&1"),
+        0);
+  }
+  std::string path() const { return dir_ / "image.iso"; }
+
+ private:
+  test::TempDir dir_;
+};
+
+// A medium record of the test's own, for detectors outside the table.
+class Medium {
+ public:
+  explicit Medium(const FileTree &tree) {
+    std::string image = test::isoFromTree(tree, IsoFlavor::JolietRockRidge);
+    medium_.kind = GUESS_MEDIUM_ISO9660;
+    medium_.path = heapCopy(image);
+    EXPECT_EQ(iso::open(image.c_str(), iso::listFormats(image.c_str()), 0,
+                        &medium_.isoImage),
+              iso::ISO_OK);
+  }
+  ~Medium() {
+    iso::close(medium_.isoImage);
+    std::free(medium_.path);
+  }
+  GuessMedium *get() { return &medium_; }
+
+ private:
+  GuessMedium medium_{};
+};
+
+const char kCfg[] = "label linux\n  kernel vmlinuz\n";
+
+TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
+  FileTree tree = {{"x86_64/isolinux/isolinux.cfg", kCfg},
+                   {"i586/product.id",
+                    "vendor=Mandriva,arch=i586,version=2006.0,product=Free"}};
+  // The volume identifier names both release and architecture: product.id
+  // is not read.
+  Result r = identify(VolumeImage(tree, "Mandriva.2010.0.x86_64").path());
+  EXPECT_EQ(r.name(), "mandriva-64");
+  EXPECT_EQ(r.info.subVersion,
+            uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
+  EXPECT_FALSE(r.info.noIsolinux);
+  EXPECT_STREQ(r.info.versionString, "");
+  // Without the architecture, product.id adds it and its release text but
+  // an older release keeps the volume's code.
+  r = identify(VolumeImage(tree, "Mandriva.2010.0").path());
+  EXPECT_EQ(r.name(), "mandriva");
+  EXPECT_EQ(r.info.subVersion,
+            uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
+  EXPECT_STREQ(r.info.versionString, "2006.0");
+}
+
+struct Case {
+  FileTree tree;
+  const char *name;  // null: not recognised
+  uint32_t code;
+  bool noIsolinux;
+  const char *versionString;
+};
+
+std::string elfWithMachine(char machine) {
+  std::string header(64, '\0');
+  header[18] = machine;
+  return header;
+}
+
+TEST(LinuxMedia, MarkersCodesAndIsolinux) {
+  const char sled[] = "PRODUCT SUSE SLED\nVERSION 10.1\nDEFAULTBASE i586\n";
+  const char products[] = "/ SUSE-Linux-Enterprise-Desktop-i386 10-0\n";
+  const Case cases[] = {
+      {{{"x86_64/product.id", "vendor=Mandriva,version=2008.0,arch=x86_64"}},
+       "mandriva-64",
+       GUESS_VERSION_MANDRIVA_2008_0,
+       true,
+       "2008.0"},
+      // isolinux is not looked for when VERSION exists.
+      {{{"VERSION", "Mandrake Linux 10.1 x86_64\n"}}, "mandrake", 0, false, ""},
+      // Not recognised, but the release read stays in the record.
+      {{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}},
+       nullptr,
+       0,
+       false,
+       "2006"},
+      {{{".disk/info", "Ubuntu-Server 8.04 \"Hardy Heron\" - Release amd64"}},
+       "ubuntu-64",
+       GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER,
+       true,
+       "Server 8.04"},
+      // A long release is cut at the field's end.
+      {{{".disk/info", "Ubuntu-Server 8.10.123456789012345678901234 i386"},
+        {"ISOLINUX/ISOLINUX.CFG", kCfg}},
+       "ubuntu",
+       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER,
+       false,
+       "Server 8.10.1234567890123456789"},
+      {{{".disk/info", "Kubuntu 7.04 - Release powerpc"}},
+       nullptr,
+       0,
+       false,
+       "7.04"},
+      {{{"content", sled}, {"boot/x86_64/loader/isolinux.cfg", kCfg}},
+       "sles10",
+       GUESS_VERSION_SLED_10_SP2_OR_LOWER,
+       false,
+       ""},
+      // A content file without an architecture ends the search.
+      {{{"content", "PRODUCT SUSE SLED\n"}, {"media.1/products", products}},
+       nullptr,
+       0,
+       false,
+       ""},
+      {{{"media.1/products", products}, {"boot/loader/isolinux.cfg", kCfg}},
+       "sles10",
+       GUESS_VERSION_SLED_ALL,
+       false,
+       ""},
+      {{{".S.u.S.E-disk-000.20041222", ""}}, "suse", 0, true, ""},
+      {{{".s.u.s.e-disk-000", ""}}, nullptr, 0, false, ""},
+      {{{"README", "Turbolinux 10 Server\n"}}, "turbolinux", 0, false, ""},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.tree.begin()->first + ": " + c.tree.begin()->second);
+    Result r = identify(c.tree);
+    EXPECT_EQ(r.rc, c.name ? GUESS_FOUND : GUESS_NOT_FOUND);
+    EXPECT_EQ(r.name(), c.name ? c.name : "(none)");
+    EXPECT_EQ(r.info.subVersion, c.code);
+    EXPECT_EQ(r.info.noIsolinux != 0, c.noIsolinux);
+    EXPECT_STREQ(r.info.versionString, c.versionString);
+  }
+}
+
+TEST(OtherMedia, MarkersAndListingOrder) {
+  const std::string elf64 = elfWithMachine(62);
+  const struct {
+    FileTree tree;
+    const char *name;
+  } cases[] = {
+      // The root listing is sorted; the first marker listed decides.
+      {{{"Solaris_9/", ""}, {"Solaris_8/", ""}}, "solaris8"},
+      {{{"nw51/", ""}, {"netware6/", ""}}, "netware6"},
+      {{{"nw65os/", ""}, {"nw51/", ""}}, "netware5"},
+      {{{"boot/kernel/kernel", elf64}}, "freeBSD-64"},
+      {{{"boot/kernel/kernel", elfWithMachine(3)}}, "freeBSD"},
+      // The root kernel is read first, even when it is no ELF image.
+      {{{"kernel", "abc"}, {"boot/kernel/kernel", elf64}}, "freeBSD"},
+      {{{"packages.xml",
+         "<iso_build><product><name>Zentav Orvex</name>"
+         "<orvex_version>4.0</orvex_version></product>"
+         "</iso_build>"}},
+       "ztkernel"},
+      {{{"packages.xml", "<iso_build><product>"}}, "(none)"},
+      {{{"isolinux.cfg", "MENU TITLE Orvexi-5\n"}}, "ztkernel5"},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(identify(c.tree).name(), c.name) << c.tree.begin()->first;
+  }
+}
+
+TEST(OtherMedia, SolarisSixtyFourBitEdition) {
+  Result r = identify(FileTree{{"SOLARIS_10/", ""}});
+  EXPECT_EQ(r.name(), "solaris10");
+  EXPECT_STREQ(r.info.osName64, "solaris10-64");
+  // A direct call resets osName64 for releases without a 64-bit edition.
+  Medium medium(FileTree{{"Solaris_9/", ""}});
+  GuessInfo info{};
+  info.osName64 = "stale";
+  EXPECT_TRUE(Guess_Solaris(medium.get(), &info));
+  EXPECT_STREQ(info.osName, "solaris9");
+  EXPECT_EQ(info.osName64, nullptr);
+}
+
+TEST(OtherMedia, MacOsOnlyWhenAsked) {
+  const char guide[] = "Boot Camp Installation & Setup Guide.pdf";
+  FileTree lion = {{"Install Mac OS X Lion.app", "x"}, {guide, "pdf"}};
+  EXPECT_EQ(identify(lion).rc, GUESS_NOT_FOUND);
+  const struct {
+    FileTree tree;
+    const char *name;
+    const char *name64;
+  } cases[] = {
+      {lion, "darwin11", "darwin11-64"},
+      {{{guide, "pdf"}}, "darwin", "darwin-64"},
+      {{{std::string("Boot Camp/Documentation/") + guide, "pdf"}},
+       "darwin10",
+       "darwin10-64"},
+  };
+  for (const auto &c : cases) {
+    Medium medium(c.tree);
+    GuessInfo info{};
+    EXPECT_TRUE(Guess_MacOS(medium.get(), &info));
+    EXPECT_STREQ(info.osName, c.name);
+    EXPECT_STREQ(info.osName64, c.name64);
+  }
+  Medium empty(FileTree{{"README", "x"}});
+  GuessInfo info{};
+  EXPECT_FALSE(Guess_MacOS(empty.get(), &info));
+  EXPECT_EQ(info.osName, nullptr);
+}
+
+TEST(DetectorTable, EarlierDetectorWins) {
+  const char ubuntu[] = "Ubuntu 10.04 - Release i386";
+  const char opensuse[] = "NAME openSUSE\nVERSION 11.3\nBASEARCHS i586\n";
+  EXPECT_EQ(identify(FileTree{{"VERSION", "Mandriva Linux 2009.0 i586"},
+                              {".disk/info", ubuntu}})
+                .name(),
+            "mandriva");
+  EXPECT_EQ(
+      identify(FileTree{{".disk/info", ubuntu}, {"content", opensuse}}).name(),
+      "ubuntu");
+  EXPECT_EQ(identify(FileTree{{"content", opensuse}, {"README", "Turbolinux"}})
+                .name(),
+            "opensuse");
+  EXPECT_EQ(identify(FileTree{{"Solaris_10/", ""}, {"kernel", "k"}}).name(),
+            "solaris10");
+  EXPECT_EQ(identify(FileTree{{"kernel", "k"},
+                              {"isolinux.cfg", "MENU TITLE Orvexi-5"}})
+                .name(),
+            "freeBSD");
+}
+
+}  // namespace
+}  // namespace gp::guess
