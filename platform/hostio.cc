@@ -70,10 +70,15 @@ ssize_t preadFull(int fd, void *buf, size_t count, off_t offset) {
   return static_cast<ssize_t>(done);
 }
 
-bool writeFull(int fd, const void *buf, size_t count) {
+namespace {
+
+// Retries short writes and EINTR; `put` writes at the given progress.
+template <typename Put>
+bool writeAll(const void *buf, size_t count, Put &&put) {
   const auto *p = static_cast<const unsigned char *>(buf);
-  while (count > 0) {
-    ssize_t n = hostOps().write(fd, p, count);
+  size_t done = 0;
+  while (done < count) {
+    ssize_t n = put(p + done, count - done, done);
     if (n < 0) {
       if (errno == EINTR) {
         continue;
@@ -84,31 +89,23 @@ bool writeFull(int fd, const void *buf, size_t count) {
       errno = EIO;
       return false;
     }
-    p += n;
-    count -= static_cast<size_t>(n);
+    done += static_cast<size_t>(n);
   }
   return true;
 }
 
+}  // namespace
+
+bool writeFull(int fd, const void *buf, size_t count) {
+  return writeAll(buf, count, [&](const void *p, size_t n, size_t) {
+    return hostOps().write(fd, p, n);
+  });
+}
+
 bool pwriteFull(int fd, const void *buf, size_t count, off_t offset) {
-  const auto *p = static_cast<const unsigned char *>(buf);
-  while (count > 0) {
-    ssize_t n = hostOps().pwrite(fd, p, count, offset);
-    if (n < 0) {
-      if (errno == EINTR) {
-        continue;
-      }
-      return false;
-    }
-    if (n == 0) {
-      errno = EIO;
-      return false;
-    }
-    p += n;
-    offset += n;
-    count -= static_cast<size_t>(n);
-  }
-  return true;
+  return writeAll(buf, count, [&](const void *p, size_t n, size_t done) {
+    return hostOps().pwrite(fd, p, n, offset + static_cast<off_t>(done));
+  });
 }
 
 bool readWholeFile(const char *path, std::string &out, size_t maxSize) {
