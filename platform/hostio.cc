@@ -169,6 +169,12 @@ bool replaceFileAtomically(const std::string &path, std::string_view data,
             hostOps().fsync(fd.get()) == 0;
   ok = (fd.reset() == 0) && ok;
   if (ok && hostOps().rename(tmpPath, target.c_str()) == 0) {
+    // The rename itself must survive a crash too. The new content is
+    // already in place, so a directory that cannot be synced is no failure.
+    UniqueFd dirFd = openFile(dir.c_str(), O_RDONLY | O_DIRECTORY);
+    if (dirFd.valid()) {
+      hostOps().fsync(dirFd.get());
+    }
     return true;
   }
   int saved = errno;
