@@ -11,21 +11,6 @@
 namespace gp::fat {
 namespace {
 
-uint16_t le16(const uint8_t *p) {
-  return static_cast<uint16_t>(p[0] | p[1] << 8);
-}
-uint32_t le32(const uint8_t *p) {
-  return p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24;
-}
-void put16(uint8_t *p, uint32_t v) {
-  p[0] = static_cast<uint8_t>(v);
-  p[1] = static_cast<uint8_t>(v >> 8);
-}
-void put32(uint8_t *p, uint32_t v) {
-  put16(p, v);
-  put16(p + 2, v >> 16);
-}
-
 bool isPowerOfTwo(uint32_t v) { return v != 0 && (v & (v - 1)) == 0; }
 
 // A FAT12 volume has fewer clusters than this; more means FAT16 or FAT32.
@@ -90,15 +75,15 @@ FatHandle newVolumeHandle(std::shared_ptr<Volume> vol) {
 
 }  // namespace
 
-Error parseGeometry(const uint8_t *s, size_t fileSize, Geometry &g) {
+Error parseGeometry(ByteView s, size_t fileSize, Geometry &g) {
   g = Geometry{};
-  g.bytesPerSector = le16(s + 11);
-  g.sectorsPerCluster = s[13];
-  g.reservedSectors = le16(s + 14);
-  g.fatCount = s[16];
-  g.rootEntries = le16(s + 17);
-  g.totalSectors = le16(s + 19) ? le16(s + 19) : le32(s + 32);
-  g.sectorsPerFat = le16(s + 22);
+  g.bytesPerSector = s.le16(11);
+  g.sectorsPerCluster = s.u8(13);
+  g.reservedSectors = s.le16(14);
+  g.fatCount = s.u8(16);
+  g.rootEntries = s.le16(17);
+  g.totalSectors = s.le16(19) ? s.le16(19) : s.le32(32);
+  g.sectorsPerFat = s.le16(22);
   if (g.bytesPerSector < 512 || g.bytesPerSector > 4096 ||
       !isPowerOfTwo(g.bytesPerSector) || !isPowerOfTwo(g.sectorsPerCluster) ||
       g.clusterBytes() > 65536 || g.reservedSectors == 0 || g.fatCount == 0 ||
@@ -328,7 +313,8 @@ Error formatVolume(FatHandle disk, const char *path, int create, int writable,
   }
   auto vol = std::make_shared<Volume>();
   buildFloppy(vol->bytes);
-  Error err = parseGeometry(vol->bytes.data(), vol->bytes.size(), vol->geo);
+  Error err = parseGeometry(ByteView(vol->bytes.data(), vol->bytes.size()),
+                            vol->bytes.size(), vol->geo);
   if (err != FAT_OK) {
     return err;
   }
@@ -375,7 +361,8 @@ Error openVolume(FatHandle disk, const char *path, int writable,
   if (got < static_cast<ssize_t>(sizeof boot)) {
     return FAT_ERR_BAD_IMAGE;
   }
-  Error err = parseGeometry(boot, static_cast<size_t>(st.st_size), vol->geo);
+  Error err = parseGeometry(ByteView(boot, sizeof boot),
+                            static_cast<size_t>(st.st_size), vol->geo);
   if (err != FAT_OK) {
     return err;
   }

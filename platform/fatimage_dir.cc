@@ -113,12 +113,10 @@ void writeShortEntry(uint8_t *e, const uint8_t *shortName, uint8_t attributes,
   uint16_t date, time;
   fatTimestamp(date, time);
   for (int off : {14, 22}) {
-    e[off] = static_cast<uint8_t>(time);
-    e[off + 1] = static_cast<uint8_t>(time >> 8);
+    put16(e + off, time);
   }
   for (int off : {16, 18, 24}) {
-    e[off] = static_cast<uint8_t>(date);
-    e[off + 1] = static_cast<uint8_t>(date >> 8);
+    put16(e + off, date);
   }
 }
 
@@ -286,7 +284,7 @@ Error openDirectory(FatHandle dir, const char *name, FatHandle *subdir) {
   }
   const uint8_t *e = dir->volume->at(found.entryOffset);
   auto handle = std::make_unique<FatObject>(FatObject::Kind::Dir, dir->volume);
-  handle->firstCluster = e[26] | e[27] << 8;
+  handle->firstCluster = entryFirstCluster(e);
   if (handle->firstCluster == 0) {
     return FAT_ERR_BAD_IMAGE;  // only ".." may point at the root
   }
@@ -329,7 +327,7 @@ Error catalogEntry(FatHandle dir, int64_t index, uint8_t *present, char **name,
   if (present) *present = 1;
   if (name) *name = heapCopy(entryName(*dir, i));
   if (isDirectory) *isDirectory = (e[11] & kAttrDirectory) ? 1 : 0;
-  if (size) *size = e[28] | e[29] << 8 | e[30] << 16 | uint32_t{e[31]} << 24;
+  if (size) *size = entrySize(e);
   if (attributes) *attributes = e[11];
   return FAT_OK;
 }

@@ -13,10 +13,6 @@ bool isFileHandle(FatHandle h) {
   return h != nullptr && h->kind == FatObject::Kind::File && h->file;
 }
 
-uint32_t entrySize(const uint8_t *e) {
-  return e[28] | e[29] << 8 | e[30] << 16 | uint32_t{e[31]} << 24;
-}
-
 FatHandle newFileHandle(const std::shared_ptr<Volume> &vol,
                         std::shared_ptr<FileNode> node) {
   auto *h = new FatObject(FatObject::Kind::File, vol);
@@ -45,17 +41,13 @@ void updateEntry(Volume &vol, const FileNode &node) {
   uint32_t first = node.clusters.empty() ? 0 : node.clusters.front();
   e[11] |= kAttrArchive;
   e[20] = e[21] = 0;
-  e[26] = static_cast<uint8_t>(first);
-  e[27] = static_cast<uint8_t>(first >> 8);
-  for (int i = 0; i < 4; ++i) {
-    e[28 + i] = static_cast<uint8_t>(node.size >> (8 * i));
-  }
+  put16(e + 26, first);
+  put32(e + 28, node.size);
   uint16_t date, time;
   fatTimestamp(date, time);
-  e[22] = static_cast<uint8_t>(time);
-  e[23] = static_cast<uint8_t>(time >> 8);
-  e[24] = e[18] = static_cast<uint8_t>(date);
-  e[25] = e[19] = static_cast<uint8_t>(date >> 8);
+  put16(e + 22, time);
+  put16(e + 24, date);
+  put16(e + 18, date);
   vol.markDirty(node.entryOffset, kDirEntrySize);
 }
 
@@ -86,7 +78,7 @@ Error openFile(FatHandle dir, const char *name, FatHandle *file) {
   node->entryOffset = found.entryOffset;
   const uint8_t *e = vol.at(found.entryOffset);
   node->size = entrySize(e);
-  uint32_t first = e[26] | e[27] << 8;
+  uint32_t first = entryFirstCluster(e);
   if ((err = vol.chain(first, node->clusters)) != FAT_OK) {
     return err;
   }

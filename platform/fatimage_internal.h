@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/bytes.h"
 #include "platform/fatimage.h"
 #include "platform/hostio.h"
 
@@ -26,6 +27,14 @@ constexpr uint8_t kCaseLowerExt = 0x10;
 // far fewer; the bound keeps listing a hostile directory and looking up
 // each of its names from taking minutes.
 constexpr uint32_t kMaxDirSlots = 4096;
+
+// Fields of a 32-byte directory entry.
+inline uint32_t entryFirstCluster(const uint8_t *entry) {
+  return ByteView(entry, kDirEntrySize).le16(26);
+}
+inline uint32_t entrySize(const uint8_t *entry) {
+  return ByteView(entry, kDirEntrySize).le32(28);
+}
 
 // Geometry from the boot sector, checked for consistency before use.
 struct Geometry {
@@ -46,7 +55,7 @@ struct Geometry {
 };
 
 // Decodes and checks the boot sector; FAT_OK or why it is unusable.
-Error parseGeometry(const uint8_t *sector, size_t fileSize, Geometry &geo);
+Error parseGeometry(ByteView sector, size_t fileSize, Geometry &geo);
 
 struct FileNode;
 

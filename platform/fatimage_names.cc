@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/fatimage_internal.h"
+#include "platform/unicode.h"
 
 namespace gp::fat {
 namespace {
@@ -39,24 +40,6 @@ bool shortPartFits(std::string_view part, size_t maxLen, bool &lowerCase) {
   }
   lowerCase = hasLower;
   return !(hasUpper && hasLower);
-}
-
-void appendUtf8(std::string &out, uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | cp >> 6);
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | cp >> 12);
-    out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | cp >> 18);
-    out += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
-    out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
 }
 
 }  // namespace
@@ -130,70 +113,20 @@ uint8_t shortNameChecksum(const uint8_t *shortName) {
   return sum;
 }
 
-bool utf8ToUnits(std::string_view name, std::u16string &units) {
-  units.clear();
-  size_t i = 0;
-  while (i < name.size()) {
-    auto c = static_cast<unsigned char>(name[i]);
-    uint32_t cp;
-    size_t len;
-    if (c < 0x80) {
-      cp = c, len = 1;
-    } else if ((c & 0xE0) == 0xC0) {
-      cp = c & 0x1F, len = 2;
-    } else if ((c & 0xF0) == 0xE0) {
-      cp = c & 0x0F, len = 3;
-    } else if ((c & 0xF8) == 0xF0) {
-      cp = c & 0x07, len = 4;
-    } else {
-      return false;
-    }
-    if (i + len > name.size()) {
-      return false;
-    }
-    for (size_t k = 1; k < len; ++k) {
-      auto cc = static_cast<unsigned char>(name[i + k]);
-      if ((cc & 0xC0) != 0x80) {
-        return false;
-      }
-      cp = cp << 6 | (cc & 0x3F);
-    }
-    static const uint32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (cp < kMin[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-      return false;  // overlong, out of range, or a surrogate
-    }
-    if (cp >= 0x10000) {
-      cp -= 0x10000;
-      units += static_cast<char16_t>(0xD800 | cp >> 10);
-      units += static_cast<char16_t>(0xDC00 | (cp & 0x3FF));
-    } else {
-      units += static_cast<char16_t>(cp);
-    }
-    i += len;
-  }
-  return true;
-}
-
 bool unitsToUtf8(const std::u16string &units, std::string &out) {
-  out.clear();
-  for (size_t i = 0; i < units.size(); ++i) {
-    uint32_t u = units[i];
-    if (u >= 0xD800 && u <= 0xDBFF && i + 1 < units.size() &&
-        units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF) {
-      u = 0x10000 + ((u - 0xD800) << 10) + (units[i + 1] - 0xDC00);
-      ++i;
-    } else if (u >= 0xD800 && u <= 0xDFFF) {
-      return false;
-    } else if (forbiddenInName(u)) {
+  for (char16_t u : units) {
+    if (forbiddenInName(u)) {
       return false;
     }
-    appendUtf8(out, u);
+  }
+  if (!utf16ToUtf8(units, out, LoneSurrogate::Reject)) {
+    return false;
   }
   return !out.empty() && out != "." && out != "..";
 }
 
 Error checkNewName(std::string_view name, std::u16string &units) {
-  if (!utf8ToUnits(name, units) || units.empty() || units.size() > 255 ||
+  if (!utf8ToUtf16(name, units) || units.empty() || units.size() > 255 ||
       name == "." || name == ".." || name.back() == '.' || name.back() == ' ') {
     return FAT_ERR_BAD_NAME;
   }
@@ -279,16 +212,16 @@ void packLongNamePiece(const std::u16string &units, uint32_t piece, bool last,
     uint16_t u = idx < units.size()    ? units[idx]
                  : idx == units.size() ? 0x0000
                                        : 0xFFFF;
-    entry[kOffsets[k]] = static_cast<uint8_t>(u);
-    entry[kOffsets[k] + 1] = static_cast<uint8_t>(u >> 8);
+    put16(entry + kOffsets[k], u);
   }
 }
 
 void unpackLongNamePiece(const uint8_t *entry, std::u16string &units) {
   static const uint8_t kOffsets[13] = {1,  3,  5,  7,  9,  14, 16,
                                        18, 20, 22, 24, 28, 30};
+  ByteView e(entry, kDirEntrySize);
   for (uint8_t off : kOffsets) {
-    units += static_cast<char16_t>(entry[off] | entry[off + 1] << 8);
+    units += static_cast<char16_t>(e.le16(off));
   }
 }
 

@@ -25,10 +25,8 @@ std::string shortNameText(const uint8_t *entry, bool applyCase);
 
 uint8_t shortNameChecksum(const uint8_t *shortName);
 
-// UTF-8 <-> the UTF-16 units of long names. Decoding refuses malformed
-// UTF-8; encoding refuses lone surrogates, forbidden characters and the
-// names "." and "..".
-bool utf8ToUnits(std::string_view name, std::u16string &units);
+// The UTF-16 units of a long name as UTF-8; false for lone surrogates,
+// forbidden characters and the names "." and "..".
 bool unitsToUtf8(const std::u16string &units, std::string &out);
 
 // FAT_OK when `name` may be given to a new file or directory.

@@ -2,38 +2,9 @@
 
 #include <cstring>
 
+#include "platform/unicode.h"
+
 namespace gp::iso::rec {
-
-uint16_t Bytes::le16(size_t offset) const {
-  if (!has(offset, 2)) {
-    return 0;
-  }
-  return static_cast<uint16_t>(data[offset] | (data[offset + 1] << 8));
-}
-
-uint32_t Bytes::le32(size_t offset) const {
-  if (!has(offset, 4)) {
-    return 0;
-  }
-  return static_cast<uint32_t>(data[offset]) |
-         (static_cast<uint32_t>(data[offset + 1]) << 8) |
-         (static_cast<uint32_t>(data[offset + 2]) << 16) |
-         (static_cast<uint32_t>(data[offset + 3]) << 24);
-}
-
-uint16_t Bytes::be16(size_t offset) const {
-  if (!has(offset, 2)) {
-    return 0;
-  }
-  return static_cast<uint16_t>((data[offset] << 8) | data[offset + 1]);
-}
-
-std::string_view Bytes::text(size_t offset, size_t length) const {
-  if (!has(offset, length)) {
-    return {};
-  }
-  return {reinterpret_cast<const char *>(data + offset), length};
-}
 
 bool parseRecord(Bytes bytes, Record &record) {
   size_t length = bytes.u8(0);
@@ -62,11 +33,11 @@ bool parseRecord(Bytes bytes, Record &record) {
 }
 
 bool isSelfOrParent(const Record &record) {
-  return record.identifier.size == 1 && record.identifier.data[0] <= 1;
+  return record.identifier.size() == 1 && record.identifier.u8(0) <= 1;
 }
 
 DescriptorType classifyDescriptor(Bytes sector) {
-  if (sector.size < kSectorSize || sector.text(1, 5) != "CD001") {
+  if (sector.size() < kSectorSize || sector.text(1, 5) != "CD001") {
     return DescriptorType::Invalid;
   }
   switch (sector.u8(0)) {
@@ -110,54 +81,25 @@ void stripVersionAndDot(std::string &name) {
   }
 }
 
-void appendUtf8(std::string &out, uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
-}
-
 }  // namespace
 
 std::string primaryName(Bytes identifier) {
-  std::string name(identifier.text(0, identifier.size));
+  std::string name(identifier.text(0, identifier.size()));
   stripVersionAndDot(name);
   return name;
 }
 
 bool jolietName(Bytes identifier, std::string &name) {
-  if (identifier.size % 2 != 0) {
+  if (identifier.size() % 2 != 0) {
     return false;
   }
-  name.clear();
-  for (size_t i = 0; i < identifier.size; i += 2) {
-    uint32_t unit = identifier.be16(i);
-    // Mastering tools write UTF-16 for characters beyond the BMP; keep a
-    // well-formed pair and replace a lone surrogate.
-    if (unit >= 0xD800 && unit < 0xDC00 && i + 2 < identifier.size) {
-      uint32_t low = identifier.be16(i + 2);
-      if (low >= 0xDC00 && low < 0xE000) {
-        appendUtf8(name, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
-        i += 2;
-        continue;
-      }
-    }
-    if (unit >= 0xD800 && unit < 0xE000) {
-      unit = 0xFFFD;
-    }
-    appendUtf8(name, unit);
+  std::u16string units;
+  for (size_t i = 0; i < identifier.size(); i += 2) {
+    units += static_cast<char16_t>(identifier.be16(i));
   }
+  // Mastering tools write UTF-16 for characters beyond the BMP; keep a
+  // well-formed pair and replace a lone surrogate.
+  utf16ToUtf8(units, name, LoneSurrogate::Replace);
   stripVersionAndDot(name);
   return true;
 }

@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/bytes.h"
+
 namespace gp::iso::rec {
 
 constexpr uint32_t kSectorSize = 2048;
@@ -21,23 +23,8 @@ constexpr uint8_t kFlagDirectory = 0x02;
 constexpr uint8_t kFlagAssociated = 0x04;
 constexpr uint8_t kFlagMultiExtent = 0x80;
 
-// A read-only view of bytes that refuses to index outside itself.
-struct Bytes {
-  const uint8_t *data = nullptr;
-  size_t size = 0;
-
-  bool has(size_t offset, size_t length) const {
-    return offset <= size && length <= size - offset;
-  }
-  Bytes sub(size_t offset, size_t length) const {
-    return has(offset, length) ? Bytes{data + offset, length} : Bytes{};
-  }
-  uint8_t u8(size_t offset) const { return has(offset, 1) ? data[offset] : 0; }
-  uint16_t le16(size_t offset) const;
-  uint32_t le32(size_t offset) const;
-  uint16_t be16(size_t offset) const;
-  std::string_view text(size_t offset, size_t length) const;
-};
+// The records are decoded through the shared bounds-checked view.
+using Bytes = ByteView;
 
 // The fields of one directory record that the reader uses.
 struct Record {

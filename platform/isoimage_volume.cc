@@ -51,10 +51,10 @@ int recordAt(IsoImage &image, Dir &dir, uint8_t *buffer, Record &record) {
 // areas. A malformed entry ends the collection; what came before counts.
 void readSystemUse(IsoImage &image, const Record &record, size_t skip,
                    rec::SystemUse &su) {
-  if (skip > record.systemUse.size) {
+  if (skip > record.systemUse.size()) {
     return;
   }
-  Bytes area = record.systemUse.sub(skip, record.systemUse.size - skip);
+  Bytes area = record.systemUse.sub(skip, record.systemUse.size() - skip);
   std::vector<uint8_t> continuation;
   for (int areas = 0;; ++areas) {
     if (!rec::parseSystemUse(area, su) || !su.hasNext ||
@@ -251,9 +251,9 @@ int nextItem(IsoImage &image, Dir &dir, Item &item) {
     while ((next.flags & rec::kFlagMultiExtent) != 0) {
       rc = recordAt(image, dir, part, next);
       if (rc != ISO_OK || item.extents.size() == kMaxExtentsPerFile ||
-          next.identifier.size != record.identifier.size ||
-          std::memcmp(next.identifier.data, record.identifier.data,
-                      record.identifier.size) != 0) {
+          next.identifier.size() != record.identifier.size() ||
+          std::memcmp(next.identifier.data(), record.identifier.data(),
+                      record.identifier.size()) != 0) {
         return rc == ISO_ERR_IO ? rc : ISO_ERR_FORMAT;
       }
       item.extents.push_back(Extent{next.extent, next.size});

@@ -1,30 +1,8 @@
 #include "platform/udf_descriptors.h"
 
+#include "platform/unicode.h"
+
 namespace gp::udf::disc {
-
-uint16_t Bytes::u16(size_t at) const {
-  return static_cast<uint16_t>(u8(at) | (u8(at + 1) << 8));
-}
-
-uint32_t Bytes::u32(size_t at) const {
-  return static_cast<uint32_t>(u16(at)) |
-         (static_cast<uint32_t>(u16(at + 2)) << 16);
-}
-
-uint64_t Bytes::u64(size_t at) const {
-  return static_cast<uint64_t>(u32(at)) |
-         (static_cast<uint64_t>(u32(at + 4)) << 32);
-}
-
-Bytes Bytes::sub(size_t at, size_t length) const {
-  if (at >= size_) {
-    return {};
-  }
-  if (length > size_ - at) {
-    length = size_ - at;
-  }
-  return {data_ + at, length};
-}
 
 uint16_t crc16(const uint8_t *data, size_t size) {
   uint16_t crc = 0;
@@ -38,7 +16,7 @@ uint16_t crc16(const uint8_t *data, size_t size) {
   return crc;
 }
 
-uint16_t tagId(Bytes bytes) { return bytes.u16(0); }
+uint16_t tagId(Bytes bytes) { return bytes.le16(0); }
 
 bool validTag(Bytes bytes, uint16_t expectedId) {
   if (bytes.size() < 16 || tagId(bytes) != expectedId) {
@@ -53,20 +31,20 @@ bool validTag(Bytes bytes, uint16_t expectedId) {
   if (sum != bytes.u8(4)) {
     return false;
   }
-  size_t crcLength = bytes.u16(10);
+  size_t crcLength = bytes.le16(10);
   if (crcLength > bytes.size() - 16) {
     return false;
   }
-  return crcLength == 0 || crc16(bytes.data() + 16, crcLength) == bytes.u16(8);
+  return crcLength == 0 || crc16(bytes.data() + 16, crcLength) == bytes.le16(8);
 }
 
 LongAd decodeLongAd(Bytes bytes, size_t at) {
   LongAd ad;
-  uint32_t raw = bytes.u32(at);
+  uint32_t raw = bytes.le32(at);
   ad.length = raw & 0x3FFFFFFFu;
   ad.type = static_cast<uint8_t>(raw >> 30);
-  ad.where.block = bytes.u32(at + 4);
-  ad.where.partition = bytes.u16(at + 8);
+  ad.where.block = bytes.le32(at + 4);
+  ad.where.partition = bytes.le16(at + 8);
   return ad;
 }
 
@@ -85,19 +63,19 @@ bool decodeFileEntry(Bytes block, FileEntry &entry) {
   if (block.size() < fixed) {
     return false;
   }
-  entry.strategy = block.u16(16 + 4);
+  entry.strategy = block.le16(16 + 4);
   entry.fileType = block.u8(16 + 11);
-  entry.form = static_cast<AdForm>(block.u16(16 + 18) & 0x7);
-  if (block.u16(16 + 18) & 0x4) {
+  entry.form = static_cast<AdForm>(block.le16(16 + 18) & 0x7);
+  if (block.le16(16 + 18) & 0x4) {
     return false;  // forms 4 to 7 do not exist
   }
-  entry.infoLength = block.u64(56);
-  uint64_t eaLength = block.u32(eaLengthAt);
-  uint64_t adLength = block.u32(eaLengthAt + 4);
+  entry.infoLength = block.le64(56);
+  uint64_t eaLength = block.le32(eaLengthAt);
+  uint64_t adLength = block.le32(eaLengthAt + 4);
   if (fixed + eaLength + adLength > block.size()) {
     return false;
   }
-  entry.descriptors = block.sub(fixed + eaLength, adLength);
+  entry.descriptors = block.clip(fixed + eaLength, adLength);
   return true;
 }
 
@@ -120,7 +98,7 @@ bool decodeAdRun(Bytes run, AdForm form, uint16_t home,
   }
   next.reset();
   for (size_t at = 0; at + step <= run.size(); at += step) {
-    uint32_t raw = run.u32(at);
+    uint32_t raw = run.le32(at);
     uint32_t length = raw & 0x3FFFFFFFu;
     uint8_t type = static_cast<uint8_t>(raw >> 30);
     if (length == 0) {
@@ -129,13 +107,13 @@ bool decodeAdRun(Bytes run, AdForm form, uint16_t home,
     LbAddr where;
     switch (form) {
       case AdForm::Short:
-        where = {run.u32(at + 4), home};
+        where = {run.le32(at + 4), home};
         break;
       case AdForm::Long:
-        where = {run.u32(at + 4), run.u16(at + 8)};
+        where = {run.le32(at + 4), run.le16(at + 8)};
         break;
       default:
-        where = {run.u32(at + 12), run.u16(at + 16)};
+        where = {run.le32(at + 12), run.le16(at + 16)};
         break;
     }
     if (type == 3) {
@@ -149,86 +127,56 @@ bool decodeAdRun(Bytes run, AdForm form, uint16_t home,
 }
 
 bool decodeFileIdent(Bytes stream, size_t at, FileIdent &ident) {
-  Bytes rest = stream.sub(at, stream.size());
+  Bytes rest = stream.clip(at, stream.size());
   if (rest.size() < 38) {
     return false;
   }
   size_t nameLength = rest.u8(19);
-  size_t implLength = rest.u16(36);
+  size_t implLength = rest.le16(36);
   size_t length = (38 + implLength + nameLength + 3) & ~size_t{3};
   if (38 + implLength + nameLength > rest.size()) {
     return false;
   }
   // The tag's CRC covers the padding too, except where the end of the
   // stream cuts the padding of the last record.
-  Bytes record = rest.sub(0, length);
+  Bytes record = rest.clip(0, length);
   if (!validTag(record, TAG_FILE_IDENTIFIER)) {
     return false;
   }
   ident.characteristics = rest.u8(18);
   ident.icb = decodeLongAd(rest, 20);
-  ident.name = rest.sub(38 + implLength, nameLength);
+  ident.name = rest.clip(38 + implLength, nameLength);
   ident.recordLength = record.size();
   return true;
 }
-
-namespace {
-
-void appendUtf8(std::string &out, uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
-}
-
-}  // namespace
 
 std::optional<std::string> decodeName(Bytes name) {
   if (name.size() < 2) {
     return std::nullopt;
   }
   uint8_t compression = name.u8(0);
-  std::vector<uint32_t> units;
+  std::u16string units;
   if (compression == 8 || compression == 254) {
     for (size_t i = 1; i < name.size(); ++i) {
-      units.push_back(name.u8(i));
+      units += static_cast<char16_t>(name.u8(i));
     }
   } else if (compression == 16 || compression == 255) {
     if ((name.size() - 1) % 2 != 0) {
       return std::nullopt;
     }
     for (size_t i = 1; i + 1 < name.size(); i += 2) {
-      units.push_back(static_cast<uint32_t>(name.u8(i) << 8) | name.u8(i + 1));
+      units += static_cast<char16_t>(name.be16(i));
     }
   } else {
     return std::nullopt;
   }
-  std::string out;
-  for (size_t i = 0; i < units.size(); ++i) {
-    uint32_t cp = units[i];
-    if (cp == 0 || cp == '/') {
-      return std::nullopt;  // such a name could not be looked up by path
-    }
-    if (cp >= 0xD800 && cp < 0xDC00 && i + 1 < units.size() &&
-        units[i + 1] >= 0xDC00 && units[i + 1] < 0xE000) {
-      cp = 0x10000 + ((cp - 0xD800) << 10) + (units[i + 1] - 0xDC00);
-      ++i;
-    } else if (cp >= 0xD800 && cp < 0xE000) {
-      cp = 0xFFFD;  // a lone surrogate
-    }
-    appendUtf8(out, cp);
+  if (units.find(u'\0') != std::u16string::npos ||
+      units.find(u'/') != std::u16string::npos) {
+    return std::nullopt;  // such a name could not be looked up by path
   }
+  // A lone surrogate is shown as U+FFFD rather than hiding the file.
+  std::string out;
+  utf16ToUtf8(units, out, LoneSurrogate::Replace);
   return out;
 }
 

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/bytes.h"
+
 namespace gp::udf::disc {
 
 // Tag identifiers.
@@ -39,28 +41,9 @@ enum FileType : uint8_t {
   FILE_TYPE_METADATA_MIRROR = 251,
 };
 
-// A bounds-checked little-endian view of untrusted bytes. Reads outside the
-// span yield 0; callers check size() first where a short record matters.
-class Bytes {
- public:
-  Bytes() = default;
-  Bytes(const uint8_t *data, size_t size) : data_(data), size_(size) {}
-  explicit Bytes(std::string_view s)
-      : data_(reinterpret_cast<const uint8_t *>(s.data())), size_(s.size()) {}
-
-  size_t size() const { return size_; }
-  const uint8_t *data() const { return data_; }
-  uint8_t u8(size_t at) const { return at < size_ ? data_[at] : 0; }
-  uint16_t u16(size_t at) const;
-  uint32_t u32(size_t at) const;
-  uint64_t u64(size_t at) const;
-  // The sub-span [at, at + length), clipped to the span.
-  Bytes sub(size_t at, size_t length) const;
-
- private:
-  const uint8_t *data_ = nullptr;
-  size_t size_ = 0;
-};
+// Descriptors are decoded through the shared bounds-checked view; where a
+// declared length may overrun its block, clip() keeps the part inside.
+using Bytes = ByteView;
 
 // CRC-16 (CCITT, polynomial 0x1021, initial value 0) as descriptor tags use.
 uint16_t crc16(const uint8_t *data, size_t size);

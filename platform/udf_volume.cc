@@ -95,8 +95,8 @@ bool Volume::openWithBlockSize(uint32_t blockSize) {
     if (!disc::validTag(anchor, disc::TAG_ANCHOR)) {
       continue;
     }
-    uint32_t mainLength = anchor.u32(16), mainLocation = anchor.u32(20);
-    uint32_t reserveLength = anchor.u32(24), reserveLocation = anchor.u32(28);
+    uint32_t mainLength = anchor.le32(16), mainLocation = anchor.le32(20);
+    uint32_t reserveLength = anchor.le32(24), reserveLocation = anchor.le32(28);
     if ((readSequence(mainLocation, mainLength) && setUp()) ||
         (readSequence(reserveLocation, reserveLength) && setUp())) {
       return true;
@@ -123,12 +123,12 @@ bool Volume::readSequence(uint32_t location, uint32_t length) {
       break;
     }
     if (id == disc::TAG_PARTITION) {
-      uint16_t number = d.u16(22);
+      uint16_t number = d.le16(22);
       bool known = std::any_of(
           partitionDescs_.begin(), partitionDescs_.end(),
           [&](const PartitionDesc &p) { return p.number == number; });
       if (!known) {
-        partitionDescs_.push_back({number, d.u32(188), d.u32(192)});
+        partitionDescs_.push_back({number, d.le32(188), d.le32(192)});
       }
     } else if (id == disc::TAG_LOGICAL_VOLUME && lvd_.empty()) {
       lvd_.assign(reinterpret_cast<const char *>(block.data()), block.size());
@@ -136,8 +136,8 @@ bool Volume::readSequence(uint32_t location, uint32_t length) {
       if (++hops > kMaxPointerHops) {
         break;
       }
-      at = uint64_t{d.u32(24)} - 1;  // the loop's increment moves onto it
-      end = d.u32(24) + uint64_t{d.u32(20)} / blockSize_;
+      at = uint64_t{d.le32(24)} - 1;  // the loop's increment moves onto it
+      end = d.le32(24) + uint64_t{d.le32(20)} / blockSize_;
     }
   }
   return !lvd_.empty() && !partitionDescs_.empty();
@@ -145,7 +145,7 @@ bool Volume::readSequence(uint32_t location, uint32_t length) {
 
 bool Volume::setUp() {
   Bytes lvd(lvd_);
-  if (lvd.u32(212) != blockSize_ || !setUpPartitions(lvd)) {
+  if (lvd.le32(212) != blockSize_ || !setUpPartitions(lvd)) {
     return false;
   }
   disc::LongAd fsdAd = disc::decodeLongAd(lvd, 248);
@@ -163,13 +163,13 @@ bool Volume::setUp() {
 
 bool Volume::setUpPartitions(Bytes lvd) {
   partitions_.clear();
-  uint32_t tableLength = lvd.u32(264);
-  uint32_t count = lvd.u32(268);
+  uint32_t tableLength = lvd.le32(264);
+  uint32_t count = lvd.le32(268);
   if (count == 0 || count > kMaxPartitionMaps ||
       tableLength > lvd.size() - 440) {
     return false;
   }
-  Bytes table = lvd.sub(440, tableLength);
+  Bytes table = lvd.clip(440, tableLength);
   struct Pending {
     size_t ref;
     uint32_t file, mirror;
@@ -183,23 +183,23 @@ bool Volume::setUpPartitions(Bytes lvd) {
     if (length < 2 || at + length > table.size()) {
       return false;
     }
-    Bytes map = table.sub(at, length);
+    Bytes map = table.clip(at, length);
     at += length;
     Partition p;
     uint16_t number = 0xFFFF;
     bool physical = false;
     if (type == 1 && length >= 6) {
-      number = map.u16(4);
+      number = map.le16(4);
       physical = true;
     } else if (type == 2 && length >= 40) {
-      number = map.u16(38);
-      Bytes regid = map.sub(4, 32);
+      number = map.le16(38);
+      Bytes regid = map.clip(4, 32);
       if (regidIs(regid, "*UDF Sparable Partition")) {
         // Spared packets are never remapped on pressed or mastered media.
         physical = true;
       } else if (regidIs(regid, "*UDF Metadata Partition") && length >= 52) {
         p.kind = Partition::Kind::Metadata;
-        pendingMeta.push_back({partitions_.size(), map.u32(40), map.u32(44)});
+        pendingMeta.push_back({partitions_.size(), map.le32(40), map.le32(44)});
       } else if (regidIs(regid, "*UDF Virtual Partition")) {
         pendingVirtual.push_back(partitions_.size());
       }
@@ -296,10 +296,10 @@ bool Volume::loadVirtualTable(Partition &virt) {
     Bytes t(table);
     size_t begin = 0, end = 0;
     if (node.fileType == disc::FILE_TYPE_VAT) {
-      begin = t.u16(0);  // the header's length
+      begin = t.le16(0);  // the header's length
       end = t.size();
     } else if (node.fileType == 0 && t.size() >= 36 &&
-               regidIs(t.sub(t.size() - 36, 32), "*UDF Virtual Alloc Tbl")) {
+               regidIs(t.clip(t.size() - 36, 32), "*UDF Virtual Alloc Tbl")) {
       end = t.size() - 36;  // the older layout: entries, then a trailer
     } else {
       continue;
@@ -309,7 +309,7 @@ bool Volume::loadVirtualTable(Partition &virt) {
     }
     virt.vat.clear();
     for (size_t at = begin; at + 4 <= end; at += 4) {
-      virt.vat.push_back(t.u32(at));
+      virt.vat.push_back(t.le32(at));
     }
     return true;
   }
@@ -417,10 +417,10 @@ bool Volume::walkDescriptors(const disc::FileEntry &entry, LbAddr icb,
     }
     Bytes aed(block.data(), std::min<size_t>(block.size(), nextLength));
     if (!disc::validTag(aed, disc::TAG_ALLOC_EXTENT) ||
-        24 + uint64_t{aed.u32(20)} > aed.size()) {
+        24 + uint64_t{aed.le32(20)} > aed.size()) {
       return false;
     }
-    run = aed.sub(24, aed.u32(20));
+    run = aed.clip(24, aed.le32(20));
   }
 }
 
