@@ -32,22 +32,17 @@ Result identify(const FileTree &tree) {
 }
 
 // An image with a chosen volume identifier, which the shared fixture fixes.
-class VolumeImage {
- public:
-  VolumeImage(const FileTree &tree, const std::string &volumeId) {
-    test::writeTree(dir_ / "root", tree);
-    EXPECT_EQ(
-        test::runCommand("xorriso -as mkisofs -quiet -J -R -V " +
-                         test::shellQuote(volumeId) + " -o " +
-                         test::shellQuote(path()) + " " +
-                         test::shellQuote(dir_ / "root") + " >/dev/null 2>&1"),
-        0);
-  }
-  std::string path() const { return dir_ / "image.iso"; }
-
- private:
-  test::TempDir dir_;
-};
+std::string volumeImage(const test::TempDir &dir, const FileTree &tree,
+                        const std::string &volumeId) {
+  test::writeTree(dir / "root", tree);
+  std::string image = dir / (volumeId + ".iso");
+  EXPECT_EQ(test::runCommand(
+                "xorriso -as mkisofs -quiet -J -R -V " +
+                test::shellQuote(volumeId) + " -o " + test::shellQuote(image) +
+                " " + test::shellQuote(dir / "root") + " >/dev/null 2>&1"),
+            0);
+  return image;
+}
 
 // A medium record of the test's own, for detectors outside the table.
 class Medium {
@@ -78,7 +73,8 @@ TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
                     "vendor=Mandriva,arch=i586,version=2006.0,product=Free"}};
   // The volume identifier names both release and architecture: product.id
   // is not read.
-  Result r = identify(VolumeImage(tree, "Mandriva.2010.0.x86_64").path());
+  test::TempDir dir;
+  Result r = identify(volumeImage(dir, tree, "Mandriva.2010.0.x86_64"));
   EXPECT_EQ(r.name(), "mandriva-64");
   EXPECT_EQ(r.info.subVersion,
             uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
@@ -86,7 +82,7 @@ TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
   EXPECT_STREQ(r.info.versionString, "");
   // Without the architecture, product.id adds it and its release text but
   // an older release keeps the volume's code.
-  r = identify(VolumeImage(tree, "Mandriva.2010.0").path());
+  r = identify(volumeImage(dir, tree, "Mandriva.2010.0"));
   EXPECT_EQ(r.name(), "mandriva");
   EXPECT_EQ(r.info.subVersion,
             uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
@@ -161,8 +157,10 @@ TEST(LinuxMedia, MarkersCodesAndIsolinux) {
   }
 }
 
-TEST(OtherMedia, MarkersAndListingOrder) {
+TEST(OtherMedia, MarkersListingAndDetectorOrder) {
   const std::string elf64 = elfWithMachine(62);
+  const char ubuntu[] = "Ubuntu 10.04 - Release i386";
+  const char opensuse[] = "NAME openSUSE\nVERSION 11.3\nBASEARCHS i586\n";
   const struct {
     FileTree tree;
     const char *name;
@@ -182,6 +180,13 @@ TEST(OtherMedia, MarkersAndListingOrder) {
        "ztkernel"},
       {{{"packages.xml", "<iso_build><product>"}}, "(none)"},
       {{{"isolinux.cfg", "MENU TITLE Orvexi-5\n"}}, "ztkernel5"},
+      // An earlier detector in the table wins.
+      {{{"VERSION", "Mandriva Linux 2009.0 i586"}, {".disk/info", ubuntu}},
+       "mandriva"},
+      {{{".disk/info", ubuntu}, {"content", opensuse}}, "ubuntu"},
+      {{{"content", opensuse}, {"README", "Turbolinux"}}, "opensuse"},
+      {{{"Solaris_10/", ""}, {"kernel", "k"}}, "solaris10"},
+      {{{"kernel", "k"}, {"isolinux.cfg", "MENU TITLE Orvexi-5"}}, "freeBSD"},
   };
   for (const auto &c : cases) {
     EXPECT_EQ(identify(c.tree).name(), c.name) << c.tree.begin()->first;
@@ -227,27 +232,6 @@ TEST(OtherMedia, MacOsOnlyWhenAsked) {
   GuessInfo info{};
   EXPECT_FALSE(Guess_MacOS(empty.get(), &info));
   EXPECT_EQ(info.osName, nullptr);
-}
-
-TEST(DetectorTable, EarlierDetectorWins) {
-  const char ubuntu[] = "Ubuntu 10.04 - Release i386";
-  const char opensuse[] = "NAME openSUSE\nVERSION 11.3\nBASEARCHS i586\n";
-  EXPECT_EQ(identify(FileTree{{"VERSION", "Mandriva Linux 2009.0 i586"},
-                              {".disk/info", ubuntu}})
-                .name(),
-            "mandriva");
-  EXPECT_EQ(
-      identify(FileTree{{".disk/info", ubuntu}, {"content", opensuse}}).name(),
-      "ubuntu");
-  EXPECT_EQ(identify(FileTree{{"content", opensuse}, {"README", "Turbolinux"}})
-                .name(),
-            "opensuse");
-  EXPECT_EQ(identify(FileTree{{"Solaris_10/", ""}, {"kernel", "k"}}).name(),
-            "solaris10");
-  EXPECT_EQ(identify(FileTree{{"kernel", "k"},
-                              {"isolinux.cfg", "MENU TITLE Orvexi-5"}})
-                .name(),
-            "freeBSD");
 }
 
 }  // namespace
