@@ -106,45 +106,23 @@ TEST(LinuxMedia, MarkersCodesAndIsolinux) {
     bool noIsolinux;
     const char *versionString;
   } cases[] = {
-      {{{"x86_64/product.id", mdv}},
-       "mandriva-64",
-       GUESS_VERSION_MANDRIVA_2008_0,
-       true,
-       "2008.0"},
+      // clang-format off
+      {{{"x86_64/product.id", mdv}}, "mandriva-64", GUESS_VERSION_MANDRIVA_2008_0, true, "2008.0"},
       // isolinux is not looked for when VERSION exists.
       {{{"VERSION", "Mandrake Linux 10.1 x86_64\n"}}, "mandrake", 0, false, ""},
       // Not recognised, but the release read stays in the record.
-      {{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}},
-       nullptr,
-       0,
-       false,
-       "2006"},
+      {{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}}, nullptr, 0, false, "2006"},
       // A long release is cut at the field's end.
-      {{{".disk/info", "Ubuntu-Server 8.10.123456789012345678901234 i386"},
-        {"ISOLINUX/ISOLINUX.CFG", kCfg}},
-       "ubuntu",
-       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER,
-       false,
-       "Server 8.10.1234567890123456789"},
-      {{{"content", sled}, {"boot/x86_64/loader/isolinux.cfg", kCfg}},
-       "sles10",
-       GUESS_VERSION_SLED_10_SP2_OR_LOWER,
-       false,
-       ""},
+      {{{".disk/info", "Ubuntu-Server 8.10.123456789012345678901234 i386"}, {"ISOLINUX/ISOLINUX.CFG", kCfg}},
+       "ubuntu", GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, false, "Server 8.10.1234567890123456789"},
+      {{{"content", sled}, {"boot/x86_64/loader/isolinux.cfg", kCfg}}, "sles10", GUESS_VERSION_SLED_10_SP2_OR_LOWER, false, ""},
       // A content file without an architecture ends the search.
-      {{{"content", "PRODUCT SUSE SLED\n"}, {"media.1/products", products}},
-       nullptr,
-       0,
-       false,
-       ""},
-      {{{"media.1/products", products}, {"boot/loader/isolinux.cfg", kCfg}},
-       "sles10",
-       GUESS_VERSION_SLED_ALL,
-       false,
-       ""},
+      {{{"content", "PRODUCT SUSE SLED\n"}, {"media.1/products", products}}, nullptr, 0, false, ""},
+      {{{"media.1/products", products}, {"boot/loader/isolinux.cfg", kCfg}}, "sles10", GUESS_VERSION_SLED_ALL, false, ""},
       {{{".S.u.S.E-disk-000.20041222", ""}}, "suse", 0, true, ""},
       {{{".s.u.s.e-disk-000", ""}}, nullptr, 0, false, ""},
       {{{"README", "Turbolinux 10 Server\n"}}, "turbolinux", 0, false, ""},
+      // clang-format on
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.tree.begin()->first + ": " + c.tree.begin()->second);

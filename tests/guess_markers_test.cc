@@ -61,23 +61,17 @@ TEST(DebianMarkers, ReleasesAndEditions) {
     uint32_t code;
     const char *version;
   } cases[] = {
-      {"Ubuntu-Server 8.04 \"Hardy Heron\" - Release amd64 (20080424)",
-       "ubuntu-64", GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER, "Server 8.04"},
-      {"Ubuntu-Server 8.10 \"Intrepid Ibex\" - Release i386", "ubuntu",
-       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, "Server 8.10"},
-      {"Kubuntu 7.04 \"Feisty Fawn\" - Release i386", "ubuntu",
-       GUESS_VERSION_UBUNTU_704_OR_LOWER, "7.04"},
-      {"Kubuntu 7.10 \"Gutsy Gibbon\" - Release i386", "ubuntu",
-       GUESS_VERSION_UBUNTU_710_OR_HIGHER, "7.10"},
-      {"Xubuntu 10.04 - Release i386", "ubuntu",
-       GUESS_VERSION_UBUNTU_710_OR_HIGHER, "10.04"},
-      {"Edubuntu 8.04 - Release powerpc", "(none)",
-       GUESS_VERSION_UBUNTU_710_OR_HIGHER, "8.04"},
-      {"Ubuntu-i386-without-blanks", "ubuntu",
-       GUESS_VERSION_UBUNTU_704_OR_LOWER, ""},
-      {"Debian GNU/Linux 5.0.3 \"Lenny\" - Official amd64", "debian5-64", 0,
-       ""},
+      // clang-format off
+      {"Ubuntu-Server 8.04 \"Hardy Heron\" - Release amd64 (20080424)", "ubuntu-64", GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER, "Server 8.04"},
+      {"Ubuntu-Server 8.10 \"Intrepid Ibex\" - Release i386", "ubuntu", GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, "Server 8.10"},
+      {"Kubuntu 7.04 \"Feisty Fawn\" - Release i386", "ubuntu", GUESS_VERSION_UBUNTU_704_OR_LOWER, "7.04"},
+      {"Kubuntu 7.10 \"Gutsy Gibbon\" - Release i386", "ubuntu", GUESS_VERSION_UBUNTU_710_OR_HIGHER, "7.10"},
+      {"Xubuntu 10.04 - Release i386", "ubuntu", GUESS_VERSION_UBUNTU_710_OR_HIGHER, "10.04"},
+      {"Edubuntu 8.04 - Release powerpc", "(none)", GUESS_VERSION_UBUNTU_710_OR_HIGHER, "8.04"},
+      {"Ubuntu-i386-without-blanks", "ubuntu", GUESS_VERSION_UBUNTU_704_OR_LOWER, ""},
+      {"Debian GNU/Linux 5.0.3 \"Lenny\" - Official amd64", "debian5-64", 0, ""},
       {"Debian GNU/Linux 6.0.1 \"Squeeze\" - amd64", "(none)", 0, ""},
+      // clang-format on
   };
   for (const Case &c : cases) {
     DebianFacts f = debianFromDiskInfo(c.info);
