@@ -2,7 +2,6 @@
 // GP_UPDATE_GOLDEN=1 rewrites tests/data/answerfiles/ from the library
 // instead of comparing; review the difference before committing it.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
