@@ -86,20 +86,19 @@ TEST(SuseMarkers, ProductNamesAndVersions) {
     const char *name;
     uint32_t code;
   } cases[] = {
-      {"NAME SUSE_SLED\nVERSION 10.1", "sles10-64",
-       GUESS_VERSION_SLED_10_SP2_OR_LOWER},
+      // clang-format off
+      {"NAME SUSE_SLED\nVERSION 10.1", "sles10-64", GUESS_VERSION_SLED_10_SP2_OR_LOWER},
       {"NAME SUSE_SLED\nVERSION 10.3", "sles10-64", GUESS_VERSION_SLED_ALL},
       {"NAME SUSE_SLED\nVERSION 11.1", "sles11-64", GUESS_VERSION_SLED_ALL},
-      {"NAME SUSE_SLES\nVERSION 10.2", "sles10-64",
-       GUESS_VERSION_SLES_10_SP2_OR_LOWER},
+      {"NAME SUSE_SLES\nVERSION 10.2", "sles10-64", GUESS_VERSION_SLES_10_SP2_OR_LOWER},
       {"NAME SUSE_SLES\nVERSION 10.3", "sles10-64", 0},
       {"NAME SuSE_SLES\nVERSION 10", "(none)", 0},  // case matters here
-      {"NAME openSUSE\nVERSION 11.2", "opensuse-64",
-       GUESS_VERSION_OPENSUSE_11_2_OR_LOWER},
+      {"NAME openSUSE\nVERSION 11.2", "opensuse-64", GUESS_VERSION_OPENSUSE_11_2_OR_LOWER},
       {"NAME openSUSE\nVERSION 11.3", "opensuse-64", 0},
       {"NAME OPENSUSE", "opensuse-64", GUESS_VERSION_OPENSUSE_11_2_OR_LOWER},
       {"PRODUCT SuSE Linux 9.3", "suse-64", 0},
       {"PRODUCT novell linux desktop", "nld9", 0},
+      // clang-format on
   };
   for (const Case &c : cases) {
     EXPECT_VERDICT(
