@@ -85,7 +85,7 @@ TEST_F(FloppyTest, CopiesFilesOfEverySizeBothWays) {
   EXPECT_EQ(4u, mdirList(image).size());
 }
 
-TEST_F(FloppyTest, RefusalsAndFullImagesFailCleanly) {
+TEST_F(FloppyTest, RefusalsAndAFullDiskFailCleanly) {
   std::string out = tmp / "never";
   EXPECT_EQ(FALSE, GetFileFromFloppyImg(root, "absent.txt", out.c_str()));
   EXPECT_FALSE(fileExists(out));
