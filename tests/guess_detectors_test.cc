@@ -32,22 +32,17 @@ Result identify(const FileTree &tree) {
 }
 
 // An image with a chosen volume identifier, which the shared fixture fixes.
-class VolumeImage {
- public:
-  VolumeImage(const FileTree &tree, const std::string &volumeId) {
-    test::writeTree(dir_ / "root", tree);
-    EXPECT_EQ(
-        test::runCommand("xorriso -as mkisofs -quiet -J -R -V " +
-                         test::shellQuote(volumeId) + " -o " +
-                         test::shellQuote(path()) + " " +
-                         test::shellQuote(dir_ / "root") + " >/dev/null 2>&1"),
-        0);
-  }
-  std::string path() const { return dir_ / "image.iso"; }
-
- private:
-  test::TempDir dir_;
-};
+std::string volumeImage(const test::TempDir &dir, const FileTree &tree,
+                        const std::string &volumeId) {
+  test::writeTree(dir / "root", tree);
+  std::string image = dir / (volumeId + ".iso");
+  EXPECT_EQ(test::runCommand(
+                "xorriso -as mkisofs -quiet -J -R -V " +
+                test::shellQuote(volumeId) + " -o " + test::shellQuote(image) +
+                " " + test::shellQuote(dir / "root") + " >/dev/null 2>&1"),
+            0);
+  return image;
+}
 
 // A medium record of the test's own, for detectors outside the table.
 class Medium {
@@ -78,7 +73,8 @@ TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
                     "vendor=Mandriva,arch=i586,version=2006.0,product=Free"}};
   // The volume identifier names both release and architecture: product.id
   // is not read.
-  Result r = identify(VolumeImage(tree, "Mandriva.2010.0.x86_64").path());
+  test::TempDir dir;
+  Result r = identify(volumeImage(dir, tree, "Mandriva.2010.0.x86_64"));
   EXPECT_EQ(r.name(), "mandriva-64");
   EXPECT_EQ(r.info.subVersion,
             uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
@@ -86,20 +82,12 @@ TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
   EXPECT_STREQ(r.info.versionString, "");
   // Without the architecture, product.id adds it and its release text but
   // an older release keeps the volume's code.
-  r = identify(VolumeImage(tree, "Mandriva.2010.0").path());
+  r = identify(volumeImage(dir, tree, "Mandriva.2010.0"));
   EXPECT_EQ(r.name(), "mandriva");
   EXPECT_EQ(r.info.subVersion,
             uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
   EXPECT_STREQ(r.info.versionString, "2006.0");
 }
-
-struct Case {
-  FileTree tree;
-  const char *name;  // null: not recognised
-  uint32_t code;
-  bool noIsolinux;
-  const char *versionString;
-};
 
 std::string elfWithMachine(char machine) {
   std::string header(64, '\0');
@@ -110,58 +98,33 @@ std::string elfWithMachine(char machine) {
 TEST(LinuxMedia, MarkersCodesAndIsolinux) {
   const char sled[] = "PRODUCT SUSE SLED\nVERSION 10.1\nDEFAULTBASE i586\n";
   const char products[] = "/ SUSE-Linux-Enterprise-Desktop-i386 10-0\n";
-  const Case cases[] = {
-      {{{"x86_64/product.id", "vendor=Mandriva,version=2008.0,arch=x86_64"}},
-       "mandriva-64",
-       GUESS_VERSION_MANDRIVA_2008_0,
-       true,
-       "2008.0"},
+  const char mdv[] = "vendor=Mandriva,version=2008.0,arch=x86_64";
+  const struct {
+    FileTree tree;
+    const char *name;  // null: not recognised
+    uint32_t code;
+    bool noIsolinux;
+    const char *versionString;
+  } cases[] = {
+      // clang-format off
+      {{{"x86_64/product.id", mdv}}, "mandriva-64", GUESS_VERSION_MANDRIVA_2008_0, true, "2008.0"},
       // isolinux is not looked for when VERSION exists.
       {{{"VERSION", "Mandrake Linux 10.1 x86_64\n"}}, "mandrake", 0, false, ""},
       // Not recognised, but the release read stays in the record.
-      {{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}},
-       nullptr,
-       0,
-       false,
-       "2006"},
-      {{{".disk/info", "Ubuntu-Server 8.04 \"Hardy Heron\" - Release amd64"}},
-       "ubuntu-64",
-       GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER,
-       true,
-       "Server 8.04"},
+      {{{"VERSION", "Mandriva Linux 2006.0 sparc\n"}}, nullptr, 0, false, "2006"},
       // A long release is cut at the field's end.
-      {{{".disk/info", "Ubuntu-Server 8.10.123456789012345678901234 i386"},
-        {"ISOLINUX/ISOLINUX.CFG", kCfg}},
-       "ubuntu",
-       GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER,
-       false,
-       "Server 8.10.1234567890123456789"},
-      {{{".disk/info", "Kubuntu 7.04 - Release powerpc"}},
-       nullptr,
-       0,
-       false,
-       "7.04"},
-      {{{"content", sled}, {"boot/x86_64/loader/isolinux.cfg", kCfg}},
-       "sles10",
-       GUESS_VERSION_SLED_10_SP2_OR_LOWER,
-       false,
-       ""},
+      {{{".disk/info", "Ubuntu-Server 8.10.123456789012345678901234 i386"}, {"ISOLINUX/ISOLINUX.CFG", kCfg}},
+       "ubuntu", GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER, false, "Server 8.10.1234567890123456789"},
+      {{{"content", sled}, {"boot/x86_64/loader/isolinux.cfg", kCfg}}, "sles10", GUESS_VERSION_SLED_10_SP2_OR_LOWER, false, ""},
       // A content file without an architecture ends the search.
-      {{{"content", "PRODUCT SUSE SLED\n"}, {"media.1/products", products}},
-       nullptr,
-       0,
-       false,
-       ""},
-      {{{"media.1/products", products}, {"boot/loader/isolinux.cfg", kCfg}},
-       "sles10",
-       GUESS_VERSION_SLED_ALL,
-       false,
-       ""},
+      {{{"content", "PRODUCT SUSE SLED\n"}, {"media.1/products", products}}, nullptr, 0, false, ""},
+      {{{"media.1/products", products}, {"boot/loader/isolinux.cfg", kCfg}}, "sles10", GUESS_VERSION_SLED_ALL, false, ""},
       {{{".S.u.S.E-disk-000.20041222", ""}}, "suse", 0, true, ""},
       {{{".s.u.s.e-disk-000", ""}}, nullptr, 0, false, ""},
       {{{"README", "Turbolinux 10 Server\n"}}, "turbolinux", 0, false, ""},
+      // clang-format on
   };
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
     SCOPED_TRACE(c.tree.begin()->first + ": " + c.tree.begin()->second);
     Result r = identify(c.tree);
     EXPECT_EQ(r.rc, c.name ? GUESS_FOUND : GUESS_NOT_FOUND);
@@ -172,8 +135,10 @@ TEST(LinuxMedia, MarkersCodesAndIsolinux) {
   }
 }
 
-TEST(OtherMedia, MarkersAndListingOrder) {
+TEST(OtherMedia, MarkersListingAndDetectorOrder) {
   const std::string elf64 = elfWithMachine(62);
+  const char ubuntu[] = "Ubuntu 10.04 - Release i386";
+  const char opensuse[] = "NAME openSUSE\nVERSION 11.3\nBASEARCHS i586\n";
   const struct {
     FileTree tree;
     const char *name;
@@ -193,6 +158,13 @@ TEST(OtherMedia, MarkersAndListingOrder) {
        "ztkernel"},
       {{{"packages.xml", "<iso_build><product>"}}, "(none)"},
       {{{"isolinux.cfg", "MENU TITLE Orvexi-5\n"}}, "ztkernel5"},
+      // An earlier detector in the table wins.
+      {{{"VERSION", "Mandriva Linux 2009.0 i586"}, {".disk/info", ubuntu}},
+       "mandriva"},
+      {{{".disk/info", ubuntu}, {"content", opensuse}}, "ubuntu"},
+      {{{"content", opensuse}, {"README", "Turbolinux"}}, "opensuse"},
+      {{{"Solaris_10/", ""}, {"kernel", "k"}}, "solaris10"},
+      {{{"kernel", "k"}, {"isolinux.cfg", "MENU TITLE Orvexi-5"}}, "freeBSD"},
   };
   for (const auto &c : cases) {
     EXPECT_EQ(identify(c.tree).name(), c.name) << c.tree.begin()->first;
@@ -238,27 +210,6 @@ TEST(OtherMedia, MacOsOnlyWhenAsked) {
   GuessInfo info{};
   EXPECT_FALSE(Guess_MacOS(empty.get(), &info));
   EXPECT_EQ(info.osName, nullptr);
-}
-
-TEST(DetectorTable, EarlierDetectorWins) {
-  const char ubuntu[] = "Ubuntu 10.04 - Release i386";
-  const char opensuse[] = "NAME openSUSE\nVERSION 11.3\nBASEARCHS i586\n";
-  EXPECT_EQ(identify(FileTree{{"VERSION", "Mandriva Linux 2009.0 i586"},
-                              {".disk/info", ubuntu}})
-                .name(),
-            "mandriva");
-  EXPECT_EQ(
-      identify(FileTree{{".disk/info", ubuntu}, {"content", opensuse}}).name(),
-      "ubuntu");
-  EXPECT_EQ(identify(FileTree{{"content", opensuse}, {"README", "Turbolinux"}})
-                .name(),
-            "opensuse");
-  EXPECT_EQ(identify(FileTree{{"Solaris_10/", ""}, {"kernel", "k"}}).name(),
-            "solaris10");
-  EXPECT_EQ(identify(FileTree{{"kernel", "k"},
-                              {"isolinux.cfg", "MENU TITLE Orvexi-5"}})
-                .name(),
-            "freeBSD");
 }
 
 }  // namespace
