@@ -169,70 +169,55 @@ TEST(Driver, VersionStrings) {
   }
 }
 
-std::string discInfo(const std::string &release, const std::string &arch) {
-  return "1170972069.396645\n" + release + "\n" + arch + "\n1,2,3\n";
-}
-
 TEST(RedHat, ReleaseNamesArchitecturesAndCodes) {
-  auto with = [](FileTree tree) {
-    tree["isolinux/isolinux.cfg"] = "default linux\n";
+  // A .discinfo: a time stamp, the release name, the architecture.
+  auto disc = [](const std::string &release, const char *arch,
+                 std::vector<const char *> keys = {}) {
+    FileTree tree = {
+        {".discinfo", "1170972069.39\n" + release + "\n" + arch + "\n1,2,3\n"}};
+    for (const char *key : keys) tree[key] = "k";
     return tree;
-  };
-  auto disc = [&](const std::string &release, const char *arch) {
-    return with({{".discinfo", discInfo(release, arch)}});
   };
   const std::string rhel = "Red Hat Enterprise Linux ";
   const struct {
-    FileTree tree;
+    FileTree tree;       // with isolinux/isolinux.cfg unless noIsolinux
     const char *osName;  // null: not recognised
-    uint32_t subVersion;
-    bool noIsolinux;
+    uint32_t subVersion = 0;
+    bool noIsolinux = false;
   } cases[] = {
-      {disc(rhel + "Server 5", "x86_64"), "rhel5-64", 0, false},
-      {{{".discinfo", discInfo(rhel + "4", "i386")}}, "rhel4", 0, true},
-      {{{".discinfo", discInfo(rhel + "Client 5", "i386")},
-        {"ISOLINUX/ISOLINUX.CFG", "x"}},
-       "rhel5",
-       0,
-       false},
-      {disc(rhel + "5", "i386"), nullptr, 0, false},  // no Client or Server
+      {disc(rhel + "Server 5", "x86_64"), "rhel5-64"},
+      {disc(rhel + "4", "i386"), "rhel4", 0, true},
+      {disc(rhel + "5", "i386"), nullptr},  // neither Client nor Server
       // A CentOS key wins over the release name; the first in order counts.
-      {with({{".discinfo", discInfo(rhel + "Server 5", "x86_64")},
-             {"RPM-GPG-KEY-CentOS-5", "k"}}),
-       "centos-64", GUESS_VERSION_CENTOS_5, false},
-      {with({{".discinfo", discInfo("Final", "i386")},
-             {"RPM-GPG-KEY-CentOS-6", "k"},
-             {"RPM-GPG-KEY-CentOS-3", "k"}}),
-       "centos", GUESS_VERSION_CENTOS_3, false},
-      {with({{".discinfo", discInfo("final", "i386")},
-             {"RPM-GPG-KEY-centos4", "k"}}),
-       "centos", GUESS_VERSION_CENTOS_4, false},
+      {disc(rhel + "Server 5", "x86_64", {"RPM-GPG-KEY-CentOS-5"}), "centos-64",
+       GUESS_VERSION_CENTOS_5},
+      {disc("Final", "i386", {"RPM-GPG-KEY-CentOS-6", "RPM-GPG-KEY-CentOS-3"}),
+       "centos", GUESS_VERSION_CENTOS_3},
+      {disc("final", "i386", {"RPM-GPG-KEY-centos4"}), "centos",
+       GUESS_VERSION_CENTOS_4},
       // The architecture line must match exactly; blank lines are skipped.
-      {disc(rhel + "4", "i686"), nullptr, 0, false},
-      {with({{".discinfo", "1\r\n" + rhel + "4\r\nx86_64\r\n"}}), nullptr, 0,
-       false},
-      {with({{".discinfo", "\n\n1\n\n" + rhel + "3\n\ni386\n"}}), "rhel3", 0,
-       false},
-      {with({{".discinfo", "1\n" + rhel + "3\n"}}), nullptr, 0, false},
-      {disc("Fedora Core 6", "i386"), "fedora", 0, false},
-      {disc("Fedora 8", "i386"), "fedora", GUESS_VERSION_FEDORA_8, false},
-      {disc("Fedora 12", "i386"), "fedora", GUESS_VERSION_FEDORA_9_TO_12,
-       false},
-      {disc("Fedora 13", "x86_64"), "fedora-64", GUESS_VERSION_FEDORA_13,
-       false},
-      {disc("Fedora 15", "i386"), "fedora", GUESS_VERSION_FEDORA_14_OR_HIGHER,
-       false},
+      {disc(rhel + "4", "i686"), nullptr},
+      {{{".discinfo", "1\r\n" + rhel + "4\r\nx86_64\r\n"}}, nullptr},
+      {{{".discinfo", "\n\n1\n\n" + rhel + "3\n\ni386\n"}}, "rhel3"},
+      {{{".discinfo", "1\n" + rhel + "3\n"}}, nullptr},
+      {disc("Fedora Core 6", "i386"), "fedora"},
+      {disc("Fedora 8", "i386"), "fedora", GUESS_VERSION_FEDORA_8},
+      {disc("Fedora 12", "i386"), "fedora", GUESS_VERSION_FEDORA_9_TO_12},
+      {disc("Fedora 13", "x86_64"), "fedora-64", GUESS_VERSION_FEDORA_13},
+      {disc("Fedora 15", "i386"), "fedora", GUESS_VERSION_FEDORA_14_OR_HIGHER},
       // The number is read from the name's start, not from "Fedora".
-      {disc("Remix of Fedora 14", "i386"), "fedora", 0, false},
+      {disc("Remix of Fedora 14", "i386"), "fedora"},
       // Without .discinfo, the first line of RELEASE-NOTES decides.
       {{{"RELEASE-NOTES", rhel + "AS 2.1 release\nmore\n"}}, "rhel2", 0, true},
-      {{{"RELEASE-NOTES", rhel + "3\n"}}, nullptr, 0, false},
-      {with({{"RELEASE-NOTES", "Red Hat Linux 9\n"}}), "redhat", 0, false},
-      {{{"RELEASE-NOTES", "\n\n"}}, nullptr, 0, false},
+      {{{"RELEASE-NOTES", rhel + "3\n"}}, nullptr},
+      {{{"RELEASE-NOTES", "Red Hat Linux 9\n"}}, "redhat"},
+      {{{"RELEASE-NOTES", "\n\n"}}, nullptr},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(testing::Message() << "case " << &c - cases);
-    Identified r = identify(c.tree);
+    FileTree tree = c.tree;
+    if (!c.noIsolinux) tree["isolinux/isolinux.cfg"] = "default linux\n";
+    Identified r = identify(tree);
     EXPECT_EQ(c.osName ? GUESS_FOUND : GUESS_NOT_FOUND, r.rc);
     EXPECT_STREQ(c.osName, r.info.osName);
     if (c.osName != nullptr) {
@@ -240,6 +225,11 @@ TEST(RedHat, ReleaseNamesArchitecturesAndCodes) {
       EXPECT_EQ(c.noIsolinux, r.info.noIsolinux != 0);
     }
   }
+  // An upper-case isolinux directory and file are found caselessly.
+  Identified r = identify({{".discinfo", "1\n" + rhel + "Client 5\ni386\n"},
+                           {"ISOLINUX/ISOLINUX.CFG", "default linux\n"}});
+  EXPECT_STREQ("rhel5", r.info.osName);
+  EXPECT_EQ(0, r.info.noIsolinux);
 }
 
 }  // namespace

@@ -220,6 +220,8 @@ TEST(IsoImage, ListsAndReadsWhatAnIndependentReaderExtracts) {
   }
 }
 
+ssize_t fullDisk(int, const void *, size_t) { return errno = ENOSPC, -1; }
+
 TEST(IsoImage, ExtractsAndKeepsTheOldFileWhenWritingFails) {
   ImagePtr image = openImage(sampleIso(IsoFlavor::JolietRockRidge), 7);
   Dir *dir = nullptr;
@@ -237,10 +239,7 @@ TEST(IsoImage, ExtractsAndKeepsTheOldFileWhenWritingFails) {
   EXPECT_EQ(extract("isolinux", out / "x"), ISO_ERR_IS_DIR);
   EXPECT_EQ(extract("README.TXT", out / "no/such"), ISO_ERR_HOST);
   HostOps ops = hostOps();
-  ops.write = [](int, const void *, size_t) -> ssize_t {
-    errno = ENOSPC;
-    return -1;
-  };
+  ops.write = fullDisk;
   {
     ScopedHostOps scoped(ops);
     EXPECT_EQ(extract("README.TXT", out / "big"), ISO_ERR_HOST);
@@ -277,13 +276,11 @@ int expectSafeWalk(const std::string &path, uint32_t formats = 7) {
   return rc;
 }
 
-size_t openDescriptors() {
-  return static_cast<size_t>(std::distance(
-      fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 TEST(IsoImageHostile, DamagedImagesFailCleanly) {
-  size_t descriptors = openDescriptors();
+  auto descriptors = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
+  };
+  const auto openAtStart = descriptors();
   const std::string iso = sampleIso(IsoFlavor::Joliet);
   auto entries = rootEntries(openImage(iso, FORMAT_ISO9660).get());
   // Records patched in the primary tree, which the Joliet tree does not
@@ -344,7 +341,7 @@ TEST(IsoImageHostile, DamagedImagesFailCleanly) {
   EXPECT_EQ(openFile(opened.get(), &big, &file), ISO_ERR_FORMAT);
   EXPECT_EQ(file, nullptr);
   opened.reset();
-  EXPECT_EQ(openDescriptors(), descriptors);
+  EXPECT_EQ(descriptors(), openAtStart);
 }
 
 TEST(IsoImageRecords, JolietNamesBecomeUtf8) {
