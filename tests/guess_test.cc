@@ -99,14 +99,11 @@ TEST(MediaAccess, MixedCaseListingRewindAndPrefix) {
 
 TEST(MediaAccess, ElfArchitectureFromByte18Alone) {
   unsigned char elf[19] = {};  // neither magic nor class is looked at
-  const std::pair<unsigned char, int> cases[] = {{3, GUESS_ARCH_32},
-                                                 {6, GUESS_ARCH_32},
-                                                 {7, GUESS_ARCH_32},
-                                                 {40, GUESS_ARCH_UNKNOWN},
-                                                 {62, GUESS_ARCH_64}};
-  for (auto [machine, arch] : cases) {
-    elf[18] = machine;
-    EXPECT_EQ(arch, Guess_ELF_Arch(elf, sizeof elf)) << int{machine};
+  // 1: 32-bit x86, 2: x86-64, 0: anything else.
+  const int machines[] = {3, 6, 7, 40, 62}, archs[] = {1, 1, 1, 0, 2};
+  for (int i = 0; i < 5; ++i) {
+    elf[18] = static_cast<unsigned char>(machines[i]);
+    EXPECT_EQ(archs[i], Guess_ELF_Arch(elf, sizeof elf)) << machines[i];
   }
   EXPECT_EQ(GUESS_ARCH_UNKNOWN, Guess_ELF_Arch(elf, 18));  // 62 out of reach
 }
