@@ -125,6 +125,37 @@ int code(Validator fn, const char *family, const char *osName,
   return fn(family, &info, text.c_str(), nullptr);
 }
 
+// The message is allocated on refusal only, and only when asked for;
+// "untouched" when it was not.
+std::string messageOf(Validator fn, const char *family, const char *os,
+                      const char *text, int expectedCode) {
+  GuessInfo info = guestInfo(os);
+  char sentinel[] = "untouched";
+  char *message = sentinel;
+  EXPECT_EQ(expectedCode, fn(family, &info, text, &message)) << text;
+  if (message == sentinel) return "untouched";
+  std::string out = message;
+  std::free(message);
+  return out;
+}
+
+// The default message of each refusal code.
+const char *const kMessages[] = {
+    "untouched",
+    "The full name does not allow the following characters: ':\"\\,'\n"
+    "Enter a new value.",
+    "The name must not contain the following characters:\n"
+    "'/\\[]\":;|<>+=,?*'\nEnter a new value.",
+    "The password must not contain the characters ']]>' in a row.\n"
+    "Enter a new value.",
+    "The full name must not contain the characters ']]>' in a row.\n"
+    "Enter a new value.",
+    "The user name must consist only of lowercase US English characters, "
+    "numbers 0 to 9 and dashes.\nEnter a new value.",
+    "The user name must start with a lowercase US English character.\n"
+    "Enter a new value.",
+};
+
 TEST_F(AutoInstallTest, ValidationRules) {
   const Validator name = AutoInstall_ValidateName,
                   shortName = AutoInstall_ValidateShortName,
@@ -157,10 +188,13 @@ TEST_F(AutoInstallTest, ValidationRules) {
       {password, "linux", "sles11", "]]", AUTOINSTALL_VALID},
       {password, "linux", "sles11", "a\"b\\c:d,e$f'g", AUTOINSTALL_VALID},
       {password, "windows", "windows7", "x]]>y", AUTOINSTALL_VALID},
+      {name, "windows", "winXPPro", "a*b", AUTOINSTALL_BAD_WINDOWS_NAME},
   };
   for (const Case &c : cases) {
-    EXPECT_EQ(c.code, code(c.fn, c.family, c.os, c.text))
-        << c.family << " " << c.os << " " << c.text;
+    SCOPED_TRACE(std::string(c.family) + " " + c.os + " " + c.text);
+    EXPECT_EQ(c.code, code(c.fn, c.family, c.os, c.text));
+    EXPECT_EQ(kMessages[c.code],
+              messageOf(c.fn, c.family, c.os, c.text, c.code));
   }
   // Unknown kinds are not checked.
   GuessInfo info = guestInfo("rhel5");
@@ -182,60 +216,6 @@ TEST_F(AutoInstallTest, ValidationRules) {
     EXPECT_EQ(windowsBad ? AUTOINSTALL_BAD_WINDOWS_NAME : AUTOINSTALL_VALID,
               code(name, "windows", "winXPPro", text));
     EXPECT_EQ(AUTOINSTALL_VALID, code(shortName, "windows", "winXPPro", text));
-  }
-}
-
-// The message is allocated on refusal only, and only when asked for.
-std::string messageOf(Validator fn, const char *family, const char *os,
-                      const char *text, int expectedCode) {
-  GuessInfo info = guestInfo(os);
-  char sentinel[] = "untouched";
-  char *message = sentinel;
-  EXPECT_EQ(expectedCode, fn(family, &info, text, &message)) << text;
-  if (message == sentinel) return "untouched";
-  std::string out = message;
-  std::free(message);
-  return out;
-}
-
-TEST_F(AutoInstallTest, RefusalMessagesAreTheDefaultTexts) {
-  struct Case {
-    Validator fn;
-    const char *family, *os, *text;
-    int code;
-    const char *message;
-  } cases[] = {
-      {AutoInstall_ValidateName, "linux", "rhel5", "a:b",
-       AUTOINSTALL_BAD_LINUX_NAME,
-       "The full name does not allow the following characters: ':\"\\,'\n"
-       "Enter a new value."},
-      {AutoInstall_ValidateName, "windows", "winXPPro", "a*b",
-       AUTOINSTALL_BAD_WINDOWS_NAME,
-       "The name must not contain the following characters:\n"
-       "'/\\[]\":;|<>+=,?*'\nEnter a new value."},
-      {AutoInstall_ValidatePassword, "linux", "rhel5", "]]>",
-       AUTOINSTALL_BAD_PASSWORD_SUBSTRING,
-       "The password must not contain the characters ']]>' in a row.\n"
-       "Enter a new value."},
-      {AutoInstall_ValidateName, "linux", "rhel5", "]]>",
-       AUTOINSTALL_BAD_GECOS_SUBSTRING,
-       "The full name must not contain the characters ']]>' in a row.\n"
-       "Enter a new value."},
-      {AutoInstall_ValidateShortName, "linux", "rhel5", "A",
-       AUTOINSTALL_BAD_LINUX_USERNAME,
-       "The user name must consist only of lowercase US English characters, "
-       "numbers 0 to 9 and dashes.\nEnter a new value."},
-      {AutoInstall_ValidateShortName, "linux", "ubuntu", "1",
-       AUTOINSTALL_BAD_UBUNTU_USERNAME,
-       "The user name must start with a lowercase US English character.\n"
-       "Enter a new value."},
-      {AutoInstall_ValidateName, "linux", "rhel5", "John Doe",
-       AUTOINSTALL_VALID, "untouched"},
-      {AutoInstall_ValidatePassword, "windows", "rhel5", "x]]>y",
-       AUTOINSTALL_VALID, "untouched"},
-  };
-  for (const Case &c : cases) {
-    EXPECT_EQ(c.message, messageOf(c.fn, c.family, c.os, c.text, c.code));
   }
 }
 

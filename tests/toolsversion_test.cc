@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "lib/toolsversion/toolsversion_internal.h"
-#include "platform/configdict.h"
 #include "platform/log.h"
 #include "platform/msgcatalog.h"
 #include "support/fixtures.h"
@@ -45,17 +44,12 @@ struct Computation {
   ToolsDebugFlags flags;
   gp::LogCapture log;
 
+  // Guest manifest entries come without the flags: their errors are dropped.
   void load(ToolsManifestKind kind, const std::string &text) {
     gp::test::writeFile(dir / "m", text);
-    ASSERT_TRUE(toolsManifestLoad(&table, &flags, kind, (dir / "m").c_str()));
-  }
-  void guest(const std::string &text) {
-    gp::ConfigDict dict;
-    ASSERT_TRUE(dict.loadBuffer(text));
-    ToolsManifestContext ctx{&table, TOOLS_MANIFEST_GUEST, nullptr};
-    dict.iterate([&](const char *name, const char *value) {
-      toolsManifestAddEntry(name, value, &ctx);
-    });
+    ASSERT_TRUE(toolsManifestLoad(
+        &table, kind == TOOLS_MANIFEST_GUEST ? nullptr : &flags, kind,
+        (dir / "m").c_str()));
   }
   ToolsVersionStatus evaluate(const char *host, const char *avr,
                               const char *guestSpec) {
@@ -65,7 +59,7 @@ struct Computation {
     } else {
       toolsSetAvrMinFromHost(&table);
     }
-    guest(manifest(guestSpec));
+    load(TOOLS_MANIFEST_GUEST, manifest(guestSpec));
     log.clear();
     return toolsStatusEvaluate(&table, &flags);
   }
@@ -125,10 +119,10 @@ TEST(ToolsManifest, EntryRulesPerFileKindAndUnloadableFiles) {
          "part.version_illegal = 8.1, x, 8.2\n"
          "tail.version_illegal = 8.1 8.2\ncomponents.LOG = on\n");
   // Guest manifest errors are dropped silently and its switches ignored.
-  c.guest(
-      "tools.version = 8.3\nzero.version_max = 9\nTools.Installed = yes\n"
-      "result.log = FALSE\ncomponents.log = FALSE\nnodot = 1\n"
-      "tools.Version = garbage\n");
+  c.load(TOOLS_MANIFEST_GUEST,
+         "tools.version = 8.3\nzero.version_max = 9\nTools.Installed = yes\n"
+         "result.log = FALSE\ncomponents.log = FALSE\nnodot = 1\n"
+         "tools.Version = garbage\n");
   const std::string p = "ToolsVersion: ";
   EXPECT_EQ(
       (Lines{
