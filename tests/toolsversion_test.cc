@@ -20,8 +20,8 @@ std::string fmt(const ToolsVersionValue &v) {
 
 // Manifest text from "a=1 b=2+ b.version_max=3": a name without "." is the
 // component's version, and "+" after it marks the component installed.
-std::string manifest(const std::string &spec) {
-  std::istringstream in(spec);
+std::string manifest(const std::string &shorthand) {
+  std::istringstream in(shorthand);
   std::string out, token;
   while (in >> token) {
     size_t eq = token.find('=');
@@ -52,14 +52,14 @@ struct Computation {
         (dir / "m").c_str()));
   }
   ToolsVersionStatus evaluate(const char *host, const char *avr,
-                              const char *guestSpec) {
+                              const char *guest) {
     load(TOOLS_MANIFEST_HOST, manifest(host));
     if (*avr != '\0') {
       load(TOOLS_MANIFEST_AVR, manifest(avr));
     } else {
       toolsSetAvrMinFromHost(&table);
     }
-    load(TOOLS_MANIFEST_GUEST, manifest(guestSpec));
+    load(TOOLS_MANIFEST_GUEST, manifest(guest));
     log.clear();
     return toolsStatusEvaluate(&table, &flags);
   }
