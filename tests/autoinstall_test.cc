@@ -281,10 +281,6 @@ int cli(const std::string &args, std::string *out) {
       std::string("GUESTPREP_LANG=C ") + GP_CLI + " " + args + " 2>&1", out);
 }
 
-bool contains(const std::string &out, const char *text) {
-  return out.find(text) != std::string::npos;
-}
-
 TEST(AutoInstallCliTest, ValidatePrettyNameAndCheck) {
   std::string out;
   EXPECT_NE(0, cli("validate --family linux --kind short --os ubuntu-64 2john",
@@ -296,18 +292,18 @@ TEST(AutoInstallCliTest, ValidatePrettyNameAndCheck) {
       out);
   // A family the library does not know is refused before it gets there.
   EXPECT_NE(0, cli("validate --family Windows --kind name x", &out));
-  EXPECT_FALSE(contains(out, "NOT_REACHED"));
+  EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "NOT_REACHED", out);
 
   EXPECT_EQ(0,
             cli("pretty-name 'Windows Vista ULTIMATEX' 'Windows 8 Pro'", &out));
   EXPECT_EQ("Windows Vista Ultimate\nWindows 8 Pro\n", out);
   EXPECT_EQ(0, cli("check --os windows7-64", &out));
-  EXPECT_TRUE(contains(
-      out, "reservedNames:      administra* amministratore guest guests\n"))
-      << out;
+  EXPECT_PRED_FORMAT2(
+      testing::IsSubstring,
+      "reservedNames:      administra* amministratore guest guests\n", out);
   EXPECT_NE(0, cli("check --family linux --os ubuntu --sub-version 3", &out));
-  EXPECT_TRUE(contains(out, "supported:          FALSE\n")) << out;
-  EXPECT_TRUE(contains(out, "needsFloppy:        TRUE\n")) << out;
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, "supported:          FALSE\n", out);
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, "needsFloppy:        TRUE\n", out);
   EXPECT_EQ(2, cli("check /nonexistent/image.iso", &out));
 }
 
@@ -323,8 +319,9 @@ TEST(AutoInstallCliTest, CheckIdentifiesTheImage) {
   }
   std::string out;
   EXPECT_EQ(0, cli("check " + gp::test::shellQuote(iso), &out)) << out;
-  EXPECT_TRUE(contains(out, "osName:             rhel5-64\n")) << out;
-  EXPECT_TRUE(contains(out, "needsFloppy:        FALSE\n")) << out;
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, "osName:             rhel5-64\n",
+                      out);
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, "needsFloppy:        FALSE\n", out);
 }
 
 }  // namespace

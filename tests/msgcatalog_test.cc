@@ -39,15 +39,14 @@ TEST_F(MsgCatalogTest, LanguageComesFromTheEnvironmentInOrder) {
     writeCatalog(lang, std::string("\" ") + lang + "\"");
   EXPECT_EQ(" Professional", get(kPro));
   EXPECT_EQ("", gp::msg::catalogPath());
-  const std::pair<const char *, const char *> steps[] = {
-      {"LANG=de_DE.UTF-8", " de"},      {"LC_MESSAGES=fr_FR@euro", " fr"},
-      {"LC_ALL=pt_BR.UTF-8", " pt_BR"}, {"LC_ALL=pt_PT.UTF-8", " pt"},
-      {"GUESTPREP_LANG=de", " de"},
+  const char *const steps[][3] = {
+      {"LANG", "de_DE.UTF-8", " de"},      {"LC_MESSAGES", "fr_FR@euro", " fr"},
+      {"LC_ALL", "pt_BR.UTF-8", " pt_BR"}, {"LC_ALL", "pt_PT.UTF-8", " pt"},
+      {"GUESTPREP_LANG", "de", " de"},
   };
-  for (const auto &[assignment, text] : steps) {
-    std::string name(assignment, std::strchr(assignment, '='));
-    setenv(name.c_str(), std::strchr(assignment, '=') + 1, 1);
-    EXPECT_EQ(text, get(kPro)) << assignment;
+  for (const auto &[name, value, text] : steps) {
+    setenv(name, value, 1);
+    EXPECT_EQ(text, get(kPro)) << name << "=" << value;
   }
   EXPECT_EQ(dir_ / "de/guestprep.vmsg", gp::msg::catalogPath());
   EXPECT_EQ(" Ultimate", get("@&!*@*@(msg.autoinstall.win_ultimate) Ultimate"));

@@ -314,25 +314,24 @@ TEST(ToolsStatusCommand, ExampleManifests) {
   ASSERT_EQ(0, run("--guest " + ex + "guest-manifest.txt --avr " + ex +
                        "avr.txt --json 2>&1",
                    &out));
-  EXPECT_NE(std::string::npos,
-            out.find("ToolsVersion: Status is supported old because this is "
-                     "status of monolithic version, and netdrv is missing "
-                     "from the guest.\n"))
-      << out;
-  EXPECT_NE(std::string::npos,
-            out.find("\"overall\":\"supported old\",\"status\":2,"
-                     "\"statusName\":\"TOOLS_STATUS_SUPPORTED_OLD\"}"))
-      << out;
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "ToolsVersion: Status is supported old because this is "
+                      "status of monolithic version, and netdrv is missing "
+                      "from the guest.\n",
+                      out);
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "\"overall\":\"supported old\",\"status\":2,"
+                      "\"statusName\":\"TOOLS_STATUS_SUPPORTED_OLD\"}",
+                      out);
   // Without an AVR file the host versions are the lowest supported ones.
   ASSERT_EQ(0, run("--guest " + ex + "guest-manifest.txt 2>/dev/null", &out));
-  EXPECT_NE(std::string::npos,
-            out.find("Public status:  1 TOOLS_STATUS_TOO_OLD"))
-      << out;
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "Public status:  1 TOOLS_STATUS_TOO_OLD", out);
   EXPECT_EQ(1, run("--guest /nonexistent 2>&1", &out));
-  EXPECT_NE(std::string::npos,
-            out.find("Error loading dictionary for guest manifest: "
-                     "/nonexistent: No such file or directory.\n"))
-      << out;
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "Error loading dictionary for guest manifest: "
+                      "/nonexistent: No such file or directory.\n",
+                      out);
   EXPECT_EQ(2, run("2>/dev/null", nullptr));
 }
 
