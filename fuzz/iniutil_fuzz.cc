@@ -1,13 +1,10 @@
-// Reads and writes keys of a fuzzed INI file.
-//
-// The first byte picks the names and options; the rest is the file. Beyond
-// not crashing, the target checks what the writer promises: a failed write
-// leaves the file as it was, and after a successful write of a file without
-// ';' the reader finds the key again with the value written, or the start
-// of it when the line left too little room.
+// Reads and writes keys of a fuzzed INI file; the first byte picks the names
+// and options, the rest is the file. A failed write must leave the file as
+// it was, and after a successful write of a file without ';' the reader
+// finds the key again with the value written, or the start of it when the
+// line left too little room.
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -20,23 +17,14 @@
 namespace {
 
 std::string scratchFile() {
-  static std::string path = [] {
-    char dir[] = "/tmp/iniutil_fuzz-XXXXXX";
-    if (::mkdtemp(dir) == nullptr) {
-      std::abort();
-    }
-    static std::string root = dir;
-    std::atexit([] { std::filesystem::remove_all(root); });
-    // Flushing to disk on every input would only slow the fuzzer down.
-    gp::hostOps().fsync = [](int) { return 0; };
-    return root + "/f.ini";
+  static const std::string path = [] {
+    static char dir[] = "/tmp/iniutil_fuzz-XXXXXX";
+    if (::mkdtemp(dir) == nullptr) std::abort();
+    std::atexit([] { std::filesystem::remove_all(dir); });
+    gp::hostOps().fsync = [](int) { return 0; };  // no need to flush here
+    return std::string(dir) + "/f.ini";
   }();
   return path;
-}
-
-void store(const std::string &path, std::string_view data) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(data.data(), static_cast<std::streamsize>(data.size()));
 }
 
 std::string load(const std::string &path) {
@@ -44,18 +32,10 @@ std::string load(const std::string &path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-void check(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  if (size == 0) {
-    return 0;
-  }
+  if (size == 0) return 0;
   static const char *const kSections[] = {"s", "Section", "", "a b"};
   static const char *const kKeys[] = {"k", "Key", "", "x y"};
   static const char *const kValues[] = {"v", "", "two words", "\"q\""};
@@ -66,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const bool quoted = (pick & 0x40) != 0;
   std::string_view content(reinterpret_cast<const char *>(data) + 1, size - 1);
   const std::string path = scratchFile();
-  store(path, content);
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
 
   char buf[64];
   int32_t number = 0;
@@ -76,23 +56,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   if (!IniUtil_WriteIniFileString(path.c_str(), section, key, value,
                                   quoted ? TRUE : FALSE)) {
-    check(load(path) == content);
+    if (load(path) != content) std::abort();
     return 0;
   }
-  // Inline comments are cut when reading only, so reader and writer agree
-  // on every line of a file without ';'.
   if (content.find(';') == std::string_view::npos) {
     char back[2048];
-    check(IniUtil_GetIniFileString(path.c_str(), section, key, back,
-                                   sizeof back));
+    if (!IniUtil_GetIniFileString(path.c_str(), section, key, back,
+                                  sizeof back))
+      std::abort();
     // A value cut short keeps its start; an unquoted value that happens to
     // stand between quotes loses them when it is read whole.
-    std::string_view written(value);
-    std::string_view got(back);
+    std::string_view written(value), got(back);
     bool unquotedWhole = !quoted && written.size() >= 2 &&
                          written.front() == '"' && written.back() == '"' &&
                          got == written.substr(1, written.size() - 2);
-    check(unquotedWhole || written.substr(0, got.size()) == got);
+    if (!unquotedWhole && written.substr(0, got.size()) != got) std::abort();
   }
   return 0;
 }

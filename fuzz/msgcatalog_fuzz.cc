@@ -1,12 +1,10 @@
 // Message resolution over hostile catalogs: the input is written as the
 // German catalog, then messages and the product-name format are resolved
 // through it. Also feeds the input as a format text of its own.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -14,30 +12,15 @@
 
 namespace {
 
-std::string gBase;
-
-void removeCatalog() {
-  unlink((gBase + "/de/guestprep.vmsg").c_str());
-  rmdir((gBase + "/de").c_str());
-  rmdir(gBase.c_str());
-}
-
 std::string catalogFile() {
-  static std::string path = [] {
-    char dirTemplate[] = "/tmp/gp-msgcatalog-fuzz-XXXXXX";
-    const char *dir = mkdtemp(dirTemplate);
-    if (dir == nullptr) {
-      std::abort();
-    }
-    gBase = dir;
-    std::string langDir = gBase + "/de";
-    if (mkdir(langDir.c_str(), 0700) != 0) {
-      std::abort();
-    }
-    std::atexit(removeCatalog);
-    setenv("GUESTPREP_MSGDIR", gBase.c_str(), 1);
+  static const std::string path = [] {
+    static char dir[] = "/tmp/gp-msgcatalog-fuzz-XXXXXX";
+    if (mkdtemp(dir) == nullptr) std::abort();
+    std::atexit([] { std::filesystem::remove_all(dir); });
+    std::filesystem::create_directory(std::string(dir) + "/de");
+    setenv("GUESTPREP_MSGDIR", dir, 1);
     setenv("GUESTPREP_LANG", "de", 1);
-    return langDir + "/guestprep.vmsg";
+    return std::string(dir) + "/de/guestprep.vmsg";
   }();
   return path;
 }
@@ -47,12 +30,7 @@ std::string catalogFile() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string_view input(reinterpret_cast<const char *>(data), size);
   std::string path = catalogFile();
-  FILE *f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) {
-    return 0;
-  }
-  std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << input;
 
   gp::msg::get("@&!*@*@(msg.autoinstall.win_pro) Professional");
   gp::msg::get("@&!*@*@(msg.autoinstall.bad_linux_name)x");

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "lib/toolsversion/toolsversion_internal.h"
-#include "platform/configdict.h"
 #include "platform/log.h"
 #include "platform/msgcatalog.h"
 #include "support/fixtures.h"
@@ -18,429 +18,271 @@ std::string fmt(const ToolsVersionValue &v) {
   return toolsVersionFormat(&v, TRUE);
 }
 
-// One status computation from manifest texts, as the status query gathers
-// it: host manifest, then the AVR file (or the host's versions as the
-// lowest supported ones), then the guest manifest.
+// Manifest text from "a=1 b=2+ b.version_max=3": a name without "." is the
+// component's version, and "+" after it marks the component installed.
+std::string manifest(const std::string &shorthand) {
+  std::istringstream in(shorthand);
+  std::string out, token;
+  while (in >> token) {
+    size_t eq = token.find('=');
+    std::string name = token.substr(0, eq), value = token.substr(eq + 1);
+    bool installed = !value.empty() && value.back() == '+';
+    if (installed) value.pop_back();
+    out += name + (name.find('.') == std::string::npos ? ".version" : "") +
+           " = " + value + "\n";
+    if (installed) out += name + ".installed = TRUE\n";
+  }
+  return out;
+}
+
+// One status computation: host manifest, then the AVR file (none when
+// empty: the host's versions are the lowest supported ones), then the guest
+// manifest.
 struct Computation {
   gp::test::TempDir dir;
   ToolsComponentTable table;
   ToolsDebugFlags flags;
   gp::LogCapture log;
 
-  void host(const std::string &text) {
-    gp::test::writeFile(dir / "host", text);
-    ASSERT_TRUE(toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_HOST,
-                                  (dir / "host").c_str()));
+  // Guest manifest entries come without the flags: their errors are dropped.
+  void load(ToolsManifestKind kind, const std::string &text) {
+    gp::test::writeFile(dir / "m", text);
+    ASSERT_TRUE(toolsManifestLoad(
+        &table, kind == TOOLS_MANIFEST_GUEST ? nullptr : &flags, kind,
+        (dir / "m").c_str()));
   }
-  void avr(const std::string &text) {
-    gp::test::writeFile(dir / "avr", text);
-    ASSERT_TRUE(toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_AVR,
-                                  (dir / "avr").c_str()));
-  }
-  void noAvr() { toolsSetAvrMinFromHost(&table); }
-  void guest(const std::string &text) {
-    gp::ConfigDict dict;
-    ASSERT_TRUE(dict.loadBuffer(text));
-    ToolsManifestContext ctx{&table, TOOLS_MANIFEST_GUEST, nullptr};
-    dict.iterate([&](const char *name, const char *value) {
-      toolsManifestAddEntry(name, value, &ctx);
-    });
-  }
-  ToolsVersionStatus evaluate() {
+  ToolsVersionStatus evaluate(const char *host, const char *avr,
+                              const char *guest) {
+    load(TOOLS_MANIFEST_HOST, manifest(host));
+    if (*avr != '\0') {
+      load(TOOLS_MANIFEST_AVR, manifest(avr));
+    } else {
+      toolsSetAvrMinFromHost(&table);
+    }
+    load(TOOLS_MANIFEST_GUEST, manifest(guest));
     log.clear();
     return toolsStatusEvaluate(&table, &flags);
   }
-  uint32_t statusOf(const char *name) { return table.lookup(name)->status; }
+  // One line per record in table order: guest, host, AVR min and max, the
+  // illegal versions, and whether the component is installed.
+  std::string dump() const {
+    std::string out;
+    table.forEach([&](const std::string &name, const ToolsComponent &r) {
+      out += name;
+      for (const ToolsVersionValue *v :
+           {&r.guest, &r.host, &r.avrMin, &r.avrMax})
+        out += " " + toolsVersionFormat(v, FALSE) + ",";
+      for (const ToolsVersionValue &v : r.illegal) out += " " + fmt(v);
+      out += r.installed ? " Y\n" : " N\n";
+    });
+    return out;
+  }
 };
 
 TEST(ToolsVersionParse, EdgesOfTheVersionText) {
-  struct Case {
-    const char *text;
-    const char *formatted;  // null: the parse fails
-    const char *rest;
-  } cases[] = {
-      {"8.6.5.12345", "8.6.5.12345", ""},
+  const char *const cases[][3] = {
+      // text, formatted, rest
       {"8.6", "8.6.0.0", ""},
       {"1.2.3.4.5.6", "1.2.3.4", ""},
       {"1.2.3.4#7", "1.2.3.4#4", ""},
-      {"7.4.3.0#2", "7.4.3.0#2", ""},
       {"1.2.3.4#0", "1.2.3.4#0", ""},
-      {"8.3.2.1 beta", "8.3.2.1", " beta"},
-      {"8.1,8.2", "8.1.0.0", ",8.2"},
       {"4294967295.0", "4294967295.0.0.0", ""},
-      {"", nullptr, nullptr},
-      {".1", nullptr, nullptr},
-      {"1.", nullptr, nullptr},
-      {"1..2", nullptr, nullptr},
-      {"1.2#", nullptr, nullptr},
-      {"#2", nullptr, nullptr},
-      {" 1. 2 x", "1.2.0.0", " x"},
-      {"-1", nullptr, nullptr},
-      {"4294967296", nullptr, nullptr},
-      {"1.2.1234567890123456789012345678901234567890", nullptr, nullptr},
-      {"1#99999999999", nullptr, nullptr},
+      {"8.1,8.2", "8.1.0.0", ",8.2"},
   };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.text);
+  for (const auto &[text, formatted, rest] : cases) {
     ToolsVersionValue v{77, {9, 9, 9, 9}};
-    const char *end = toolsVersionParse(&v, c.text);
-    if (c.formatted == nullptr) {
-      EXPECT_EQ(nullptr, end);
-      EXPECT_EQ(77u, v.depth);  // depth is written only on success
-      continue;
-    }
-    ASSERT_NE(nullptr, end);
-    EXPECT_EQ(c.formatted, fmt(v));
-    EXPECT_STREQ(c.rest, end);
+    const char *end = toolsVersionParse(&v, text);
+    ASSERT_NE(nullptr, end) << text;
+    EXPECT_EQ(formatted, fmt(v));
+    EXPECT_STREQ(rest, end);
+  }
+  for (const char *bad :
+       {"", "1.", "1..2", "1.2#", "-1", "4294967296", "1#99999999999",
+        "1.2.1234567890123456789012345678901234567890"}) {
+    ToolsVersionValue v{77, {9, 9, 9, 9}};
+    EXPECT_EQ(nullptr, toolsVersionParse(&v, bad)) << bad;
+    EXPECT_EQ(77u, v.depth) << bad;  // depth is written only on success
   }
 }
 
-TEST(ToolsVersionParse, Format) {
-  ToolsVersionValue unset{0, {1, 2, 3, 4}};
-  EXPECT_EQ("", toolsVersionFormat(&unset, FALSE));
-  EXPECT_EQ("1.2.3.4#0", toolsVersionFormat(&unset, TRUE));
-  ToolsVersionValue three{3, {1, 2, 3, 4}};
-  EXPECT_EQ("1.2.3.4", toolsVersionFormat(&three, FALSE));
-  ToolsVersionValue two{2, {1, 2, 3, 4}};
-  EXPECT_EQ("1.2.3.4#2", toolsVersionFormat(&two, FALSE));
-}
-
-TEST(ToolsManifest, EntryRulesOfTheHostManifestAreLogged) {
+TEST(ToolsManifest, EntryRulesPerFileKindAndUnloadableFiles) {
   Computation c;
-  c.host(
-      "tools.version = 8.3.2.1 beta\n"
-      "tools.VERSION = 9.0\n"
-      "tools.version_max = 9\n"
-      "tools.version_illegal = 1\n"
-      "tools.installed = TRUE\n"
-      "result.log = TRUE\n"
-      "debug.log = TRUE\n"
-      "nodot = 1\n"
-      "tools.flavour = x\n"
-      "zero.version = 1.0#0\n"
-      "zero.Version = 2.0\n"
-      "big.version = 1.99999999999999999999999999999999999999999\n"
-      ".encoding = \"UTF-8\"\n");
-  EXPECT_EQ((Lines{
-                "ToolsVersion: Cannot parse version: tools.version = 8.3.2.1 "
-                "beta\n",
-                "ToolsVersion: Multiple identical entries: tools.VERSION = "
-                "9.0\n",
-                "ToolsVersion: Maximum version in non-AVR file: "
-                "tools.version_max = 9\n",
-                "ToolsVersion: Illegal version in non-AVR file: "
-                "tools.version_illegal = 1\n",
-                "ToolsVersion: Installed flag in non-guest file: "
-                "tools.installed = TRUE\n",
-                "ToolsVersion: Unknown debug entry: debug.log = TRUE\n",
-                "ToolsVersion: No '.' in the name: nodot = 1\n",
-                "ToolsVersion: Unknown entry: tools.flavour = x\n",
-                "ToolsVersion: Cannot parse version: big.version = "
-                "1.99999999999999999999999999999999999999999\n",
-                "ToolsVersion: Unknown entry: .encoding = UTF-8\n",
-            }),
-            c.log.lines());
-  const ToolsComponent *tools = c.table.lookup("tools");
-  ASSERT_NE(nullptr, tools);
-  EXPECT_EQ("8.3.2.1", fmt(tools->host));  // kept despite the trailing text
-  EXPECT_EQ(0u, tools->avrMax.depth);
-  EXPECT_TRUE(tools->illegal.empty());
-  EXPECT_FALSE(tools->installed);
-  EXPECT_TRUE(c.flags.resultLog);
-  EXPECT_FALSE(c.flags.componentsLog);
-  EXPECT_EQ("2.0.0.0", fmt(c.table.lookup("zero")->host));
-  EXPECT_EQ(0u, c.table.lookup("big")->host.depth);
-  // Errors of the classification create no record.
-  EXPECT_EQ(nullptr, c.table.lookup("nodot"));
-  EXPECT_EQ(nullptr, c.table.lookup("debug"));
-}
+  c.load(TOOLS_MANIFEST_HOST,
+         "tools.version = 8.3.2.1 beta\ntools.VERSION = 9.0\n"
+         "tools.version_max = 9\ntools.version_illegal = 1\n"
+         "tools.installed = TRUE\nresult.log = TRUE\ndebug.log = TRUE\n"
+         "nodot = 1\ntools.flavour = x\nzero.version = 1.0#0\n"
+         "zero.Version = 2.0\n");
+  c.load(TOOLS_MANIFEST_AVR,
+         "tools.version = 8.0\ntools.version_max = 9.1#2\n"
+         "tools.version_illegal = 8.1.0.0, 8.2#2 ,8.3\n"
+         "part.version_illegal = 8.1, x, 8.2\n"
+         "tail.version_illegal = 8.1 8.2\ncomponents.LOG = on\n");
+  // Guest manifest errors are dropped silently and its switches ignored.
+  c.load(TOOLS_MANIFEST_GUEST,
+         "tools.version = 8.3\nzero.version_max = 9\nTools.Installed = yes\n"
+         "result.log = FALSE\ncomponents.log = FALSE\nnodot = 1\n"
+         "tools.Version = garbage\n");
+  const std::string p = "ToolsVersion: ";
+  EXPECT_EQ(
+      (Lines{
+          p + "Cannot parse version: tools.version = 8.3.2.1 beta\n",
+          p + "Multiple identical entries: tools.VERSION = 9.0\n",
+          p + "Maximum version in non-AVR file: tools.version_max = 9\n",
+          p + "Illegal version in non-AVR file: "
+              "tools.version_illegal = 1\n",
+          p + "Installed flag in non-guest file: tools.installed = TRUE\n",
+          p + "Unknown debug entry: debug.log = TRUE\n",
+          p + "No '.' in the name: nodot = 1\n",
+          p + "Unknown entry: tools.flavour = x\n",
+          p + "Cannot parse illegal version: "
+              "part.version_illegal = 8.1, x, 8.2\n",
+          p + "Cannot parse illegal version: "
+              "tail.version_illegal = 8.1 8.2\n",
+      }),
+      c.log.lines());
+  // Version text after the number is an error but keeps the version; a
+  // depth 0 version leaves the slot open; component names keep their case.
+  EXPECT_EQ(
+      "tools 8.3.0.0, 8.3.2.1, 8.0.0.0, 9.1.0.0#2, 8.1.0.0 8.2.0.0#2 8.3.0.0 "
+      "N\n"
+      "zero , 2.0.0.0, , , N\n"
+      "part , , , , 8.1.0.0 N\n"
+      "tail , , , , 8.1.0.0 N\n"
+      "Tools , , , , Y\n",
+      c.dump());
+  EXPECT_TRUE(c.flags.resultLog && c.flags.componentsLog);
 
-TEST(ToolsManifest, GuestManifestErrorsAreSilentAndLogSwitchesIgnored) {
-  Computation c;
-  c.guest(
-      "tools.version = 8.3\n"
-      "tools.version_max = 9\n"
-      "Tools.Installed = yes\n"
-      "result.log = TRUE\n"
-      "components.log = TRUE\n"
-      "nodot = 1\n"
-      "tools.Version = garbage\n");
-  EXPECT_TRUE(c.log.lines().empty());
-  EXPECT_FALSE(c.flags.resultLog);
-  EXPECT_FALSE(c.flags.componentsLog);
-  const ToolsComponent *tools = c.table.lookup("Tools");
-  ASSERT_NE(nullptr, tools);  // component names keep their spelling
-  EXPECT_TRUE(tools->installed);
-  EXPECT_EQ("8.3.0.0", fmt(c.table.lookup("tools")->guest));
-  EXPECT_EQ(0u, c.table.lookup("tools")->avrMax.depth);
-  EXPECT_EQ(nullptr, c.table.lookup("result"));
-}
-
-TEST(ToolsManifest, AvrFileSlotsAndIllegalLists) {
-  Computation c;
-  c.avr(
-      "tools.version = 8.0\n"
-      "tools.version_max = 9.1#2\n"
-      "tools.version_illegal = 8.1.0.0, 8.2#2 ,8.3\n"
-      "part.version_illegal = 8.1, x, 8.2\n"
-      "tail.version_illegal = 8.1 8.2\n"
-      "components.LOG = on\n");
-  EXPECT_EQ((Lines{
-                "ToolsVersion: Cannot parse illegal version: "
-                "part.version_illegal = 8.1, x, 8.2\n",
-                "ToolsVersion: Cannot parse illegal version: "
-                "tail.version_illegal = 8.1 8.2\n",
-            }),
-            c.log.lines());
-  const ToolsComponent *tools = c.table.lookup("tools");
-  EXPECT_EQ("8.0.0.0", fmt(tools->avrMin));
-  EXPECT_EQ("9.1.0.0#2", fmt(tools->avrMax));
-  ASSERT_EQ(3u, tools->illegal.size());
-  EXPECT_EQ("8.1.0.0", fmt(tools->illegal[0]));
-  EXPECT_EQ("8.2.0.0#2", fmt(tools->illegal[1]));
-  EXPECT_EQ("8.3.0.0", fmt(tools->illegal[2]));
-  ASSERT_EQ(1u, c.table.lookup("part")->illegal.size());
-  EXPECT_EQ("8.1.0.0", fmt(c.table.lookup("part")->illegal[0]));
-  EXPECT_EQ(1u, c.table.lookup("tail")->illegal.size());
+  // Files that do not load leave table and flags alone, even when the
+  // broken line comes late.
+  c.log.clear();
+  gp::test::writeFile(c.dir / "bad",
+                      "a.version = 1\ncomponents.log = 0\nx\x01\n");
+  for (const std::string &path :
+       {c.dir / "absent", c.dir.path(), c.dir / "bad"}) {
+    EXPECT_FALSE(toolsManifestLoad(&c.table, &c.flags, TOOLS_MANIFEST_AVR,
+                                   path.c_str()));
+  }
+  const std::string e =
+      "ToolsVersion: Error loading dictionary from host manifest: ";
+  EXPECT_EQ(
+      (Lines{
+          e + (c.dir / "absent") + ": No such file or directory.\n",
+          e + c.dir.path() + ": not a regular file.\n",
+          e + (c.dir / "bad") + " line 3: control character in the line.\n",
+      }),
+      c.log.lines());
+  EXPECT_EQ(5u, c.table.size());
   EXPECT_TRUE(c.flags.componentsLog);
-}
-
-TEST(ToolsManifest, UnloadableFilesLeaveTheTableAlone) {
-  gp::test::TempDir dir;
-  ToolsComponentTable table;
-  ToolsDebugFlags flags;
-  gp::LogCapture log;
-  EXPECT_FALSE(toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_HOST,
-                                 (dir / "absent").c_str()));
-  EXPECT_FALSE(toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_AVR,
-                                 dir.path().c_str()));
-  // A broken line late in the file: nothing before it is applied either.
-  gp::test::writeFile(dir / "bad", "a.version = 1\nresult.log = TRUE\nx\x01\n");
-  EXPECT_FALSE(toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_HOST,
-                                 (dir / "bad").c_str()));
-  std::string many;
-  for (int i = 0; i < 1000000; ++i) {
-    many += "c" + std::to_string(i) + ".version = 1.2.3\n";
-  }
-  gp::test::writeFile(dir / "many", many);
-  EXPECT_FALSE(toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_HOST,
-                                 (dir / "many").c_str()));
-  EXPECT_EQ((Lines{
-                "ToolsVersion: Error loading dictionary from host manifest: " +
-                    (dir / "absent") + ": No such file or directory.\n",
-                "ToolsVersion: Error loading dictionary from host manifest: " +
-                    dir.path() + ": not a regular file.\n",
-                "ToolsVersion: Error loading dictionary from host manifest: " +
-                    (dir / "bad") + " line 3: control character in the line.\n",
-                "ToolsVersion: Error loading dictionary from host manifest: " +
-                    (dir / "many") + ": file too large.\n",
-            }),
-            log.lines());
-  EXPECT_EQ(0u, table.size());
-  EXPECT_FALSE(flags.resultLog);
   EXPECT_EQ("", gp::msg::takePending());
 }
 
-TEST(ToolsStatus, EveryComponentStatusFromManifests) {
+TEST(ToolsStatus, EveryComponentStatus) {
   Computation c;
-  c.host(
-      "monolithic.version = 8.3.0\n"
-      "cur.version = 8.3.2.1\ncurhash.version = 8.3.2.1#4\n"
-      "old.version = 8.3\nnew.version = 8.3\n"
-      "low.version = 8.3\nhigh.version = 8.3\n"
-      "bad.version = 8.3\nmissing.version = 1\nnotinst.version = 8.2\n");
-  c.avr(
-      "old.version = 8.0\nnew.version = 8.0\nlow.version = 8.2\n"
-      "high.version = 8.0\nhigh.version_max = 8.4\n"
-      "bad.version = 8.0\nbad.version_illegal = 7, 8.2#2\n"
-      "notinst.version_illegal = 8.2\navronly.version = 1\n"
-      "extra2.version_max = 2\n");
-  c.guest(
-      "cur.version = 8.3.2.999\ncur.installed = TRUE\n"
-      "curhash.version = 8.3.2.999\ncurhash.installed = TRUE\n"
-      "old.version = 8.1\nold.installed = TRUE\n"
-      "new.version = 8.4\nnew.installed = TRUE\n"
-      "low.version = 8.1.9.9\nlow.installed = TRUE\n"
-      "high.version = 8.5\nhigh.installed = TRUE\n"
-      "bad.version = 8.2.9.9\nbad.installed = TRUE\n"
-      "notinst.version = 8.2\nnotinst.installed = FALSE\n"
-      "extra.version = 1\nextra.installed = TRUE\n"
-      "extra2.version = 3\nextra2.installed = TRUE\n");
-  EXPECT_EQ(TOOLS_STATUS_BLACKLISTED, c.evaluate());
-  const std::pair<const char *, uint32_t> expected[] = {
-      {"cur", TOOLS_COMPONENT_CURRENT},
-      {"curhash", TOOLS_COMPONENT_SUPPORTED_NEW},
-      {"old", TOOLS_COMPONENT_SUPPORTED_OLD},
-      {"new", TOOLS_COMPONENT_SUPPORTED_NEW},
-      {"low", TOOLS_COMPONENT_TOO_OLD},
-      {"high", TOOLS_COMPONENT_TOO_NEW},
-      {"bad", TOOLS_COMPONENT_BLACKLISTED},
-      {"missing", TOOLS_COMPONENT_MISSING},
-      {"notinst", TOOLS_COMPONENT_NOT_INSTALLED},
-      {"avronly", TOOLS_COMPONENT_GONE},
-      {"extra", TOOLS_COMPONENT_ADDITIONAL},
-      {"extra2", TOOLS_COMPONENT_TOO_NEW},
-  };
-  for (const auto &[name, status] : expected) {
-    EXPECT_EQ(toolsStatusNames[status], toolsStatusNames[c.statusOf(name)])
-        << name;
-  }
+  EXPECT_EQ(TOOLS_STATUS_BLACKLISTED,
+            c.evaluate("result.log=1 monolithic=8.3.0 cur=8.3.2.1 "
+                       "curhash=8.3.2.1#4 old=8.3 new=8.3 low=8.3 high=8.3 "
+                       "bad=8.3 missing=1 notinst=8.2 zero=1",
+                       "old=8.0 new=8.0 low=8.2 high=8.0 high.version_max=8.4 "
+                       "bad=8.0 bad.version_illegal=7,8.2#2 "
+                       "notinst.version_illegal=8.2 avronly=1 "
+                       "extra2.version_max=2 zero.version_illegal=5#0",
+                       "cur=8.3.2.999+ curhash=8.3.2.999+ old=8.1+ new=8.4+ "
+                       "low=8.1.9.9+ high=8.5+ bad=8.2.9.9+ notinst=8.2 "
+                       "notinst.installed=FALSE extra=1+ extra2=3+ zero=1+"));
+  EXPECT_EQ(
+      (Lines{
+          "ToolsVersion: blacklisted             : (  2) bad and zero\n",
+          "ToolsVersion: too old                 : (  1) low\n",
+          "ToolsVersion: too new                 : (  2) high and extra2\n",
+          "ToolsVersion: supported old           : (  1) old\n",
+          "ToolsVersion: supported new           : (  2) curhash and new\n",
+          "ToolsVersion: current                 : (  1) cur\n",
+          "ToolsVersion: additional in the guest : (  1) extra\n",
+          "ToolsVersion: missing from the guest  : (  1) missing\n",
+          "ToolsVersion: not installed           : (  1) notinst\n",
+          "ToolsVersion: gone                    : (  1) avronly\n",
+          "ToolsVersion: Status is blacklisted because this is status of "
+          "bad and zero.\n",
+      }),
+      c.log.lines());
   EXPECT_EQ(nullptr, c.table.lookup("monolithic"));
-  EXPECT_EQ((Lines{"ToolsVersion: Status is blacklisted because this is "
-                   "status of bad.\n"}),
-            c.log.lines());
-}
-
-TEST(ToolsStatus, IllegalDepthZeroBlacklistsEveryInstalledVersion) {
-  Computation c;
-  c.host("a.version = 1\nb.version = 1\n");
-  c.avr("a.version_illegal = 5#0\nb.version_illegal = 5#0\n");
-  c.guest("a.version = 1\na.installed = 1\nb.version = 1\n");
-  EXPECT_EQ(TOOLS_STATUS_BLACKLISTED, c.evaluate());
-  EXPECT_EQ(TOOLS_COMPONENT_BLACKLISTED, c.statusOf("a"));
-  EXPECT_EQ(TOOLS_COMPONENT_NOT_INSTALLED, c.statusOf("b"));
-}
-
-TEST(ToolsStatus, WithoutAvrTheHostVersionIsTheLowestSupported) {
-  Computation c;
-  c.host("monolithic.version = 8.3.2.0\n");
-  c.noAvr();
-  c.guest("monolithic.version = 8.3.1.0\n");
-  EXPECT_EQ(TOOLS_STATUS_TOO_OLD, c.evaluate());
-  EXPECT_EQ((Lines{"ToolsVersion: Status is too old because this is status "
-                   "of monolithic version.\n"}),
-            c.log.lines());
 }
 
 TEST(ToolsStatus, PrecedenceOfTheOverallStatus) {
   struct Case {
-    const char *name, *host, *avr, *guest;
+    const char *host, *avr, *guest;  // avr "": none
     ToolsVersionStatus status;
-    Lines log;
+    const char *reason;  // "": no log line
   } cases[] = {
-      {"all current, monolithic supported old",
-       "monolithic.version = 8.3\na.version = 1\n",
-       "monolithic.version = 8.0\n",
-       "monolithic.version = 8.1\na.version = 1\na.installed = TRUE\n",
-       TOOLS_STATUS_CURRENT,
-       {}},
-      {"monolithic supported old, one missing",
-       "monolithic.version = 8.3\na.version = 1\n",
-       "monolithic.version = 8.0\n",
-       "monolithic.version = 8.1\n",
+      // Monolithic supported old counts only when components are missing.
+      {"monolithic=8.3 a=1", "monolithic=8.0", "monolithic=8.1 a=1+",
+       TOOLS_STATUS_CURRENT, ""},
+      {"monolithic=8.3 a=1", "monolithic=8.0", "monolithic=8.1",
        TOOLS_STATUS_SUPPORTED_OLD,
-       {"ToolsVersion: Status is supported old because this is status of "
-        "monolithic version, and a is missing from the guest.\n"}},
-      {"monolithic supported new, two missing",
-       "monolithic.version = 8.3\na.version = 1\nb.version = 1\n",
-       "",
-       "monolithic.version = 8.4\n",
+       "supported old because this is status of monolithic version, and a is "
+       "missing from the guest"},
+      {"monolithic=8.3 a=1 b=1", "", "monolithic=8.4",
        TOOLS_STATUS_SUPPORTED_NEW,
-       {"ToolsVersion: Status is supported new because this is status of "
-        "monolithic version, and a and b are missing from the guest.\n"}},
-      {"monolithic supported old, three missing",
-       "monolithic.version = 8.3\na.version = 1\nb.version = 1\n"
-       "c.version = 1\n",
-       "monolithic.version = 8.0\n",
-       "monolithic.version = 8.1\n",
+       "supported new because this is status of monolithic version, and a and "
+       "b are missing from the guest"},
+      {"monolithic=8.3 a=1 b=1 c=1", "monolithic=8.0", "monolithic=8.1",
        TOOLS_STATUS_SUPPORTED_OLD,
-       {"ToolsVersion: Status is supported old because this is status of "
-        "monolithic version, and a and 2 more components are missing from "
-        "the guest.\n"}},
-      {"two components too new, monolithic current",
-       "monolithic.version = 8\na.version = 1\nb.version = 1\n",
-       "a.version_max = 1\nb.version_max = 1\n",
-       "monolithic.version = 8\na.version = 2\na.installed = 1\n"
-       "b.version = 2\nb.installed = 1\n",
-       TOOLS_STATUS_TOO_NEW,
-       {"ToolsVersion: Status is too new because this is status of a and "
-        "b.\n"}},
-      {"monolithic too old beats components too new",
-       "monolithic.version = 8\na.version = 1\n",
-       "monolithic.version = 8\na.version_max = 1\n",
-       "monolithic.version = 7\na.version = 2\na.installed = 1\n",
+       "supported old because this is status of monolithic version, and a and "
+       "2 more components are missing from the guest"},
+      {"monolithic=8 a=1", "a.version_illegal=1", "monolithic=7 a=1+",
+       TOOLS_STATUS_BLACKLISTED, "blacklisted because this is status of a"},
+      {"monolithic=8 a=1 b=1", "a.version_max=1 b.version_max=1",
+       "monolithic=8 a=2+ b=2+", TOOLS_STATUS_TOO_NEW,
+       "too new because this is status of a and b"},
+      {"monolithic=8 a=1", "monolithic=8 a.version_max=1", "monolithic=7 a=2+",
        TOOLS_STATUS_TOO_OLD,
-       {"ToolsVersion: Status is too old because this is status of "
-        "monolithic version.\n"}},
-      {"monolithic and three components too old",
-       "monolithic.version = 8\na.version = 8\nb.version = 8\n"
-       "c.version = 8\n",
-       "",
-       "monolithic.version = 7\na.version = 7\na.installed = 1\n"
-       "b.version = 7\nb.installed = 1\nc.version = 7\nc.installed = 1\n",
-       TOOLS_STATUS_TOO_OLD,
-       {"ToolsVersion: Status is too old because this is status of "
-        "monolithic version and 2 more components.\n"}},
-      {"components supported old, none missing",
-       "monolithic.version = 8\na.version = 8\nb.version = 8\n",
-       "a.version = 7\nb.version = 7\n",
-       "monolithic.version = 8\na.version = 7\na.installed = 1\n"
-       "b.version = 7\nb.installed = 1\n",
+       "too old because this is status of monolithic version"},
+      // Without an AVR file the host version is the lowest supported one.
+      {"monolithic=8.3.2.0 a=8 b=8 c=8", "",
+       "monolithic=8.3.1.0 a=7+ b=7+ c=7+", TOOLS_STATUS_TOO_OLD,
+       "too old because this is status of monolithic version and 2 more "
+       "components"},
+      {"monolithic=8 a=8 b=8", "a=7 b=7", "monolithic=8 a=7+ b=7+",
        TOOLS_STATUS_SUPPORTED_OLD,
-       {"ToolsVersion: Status is supported old because this is status of a "
-        "and b.\n"}},
-      {"missing components with a current monolithic",
-       "monolithic.version = 8\na.version = 8\nb.version = 8\n",
-       "",
-       "monolithic.version = 8\nb.version = 9\nb.installed = 1\n",
-       TOOLS_STATUS_SUPPORTED_NEW,
-       {"ToolsVersion: Status is supported new because this is status of "
-        "b.\n"}},
-      {"empty guest manifest",
-       "monolithic.version = 8\na.version = 8\nb.version = 8\n",
-       "",
-       "",
-       TOOLS_STATUS_CURRENT,
-       {}},
-      {"legacy guest version stands for the monolithic one",
-       "monolithic.version = 8.3\n",
-       "",
-       "legacy.version = 8.2\nlegacy.installed = FALSE\n",
+       "supported old because this is status of a and b"},
+      {"monolithic=8 a=8 b=8", "", "monolithic=8 b=9+",
+       TOOLS_STATUS_SUPPORTED_NEW, "supported new because this is status of b"},
+      // A legacy or upgrader guest version stands for the monolithic one;
+      // the upgrader is judged as well.
+      {"monolithic=8.3", "", "legacy=8.2 legacy.installed=FALSE",
        TOOLS_STATUS_TOO_OLD,
-       {"ToolsVersion: Status is too old because this is status of "
-        "monolithic version.\n"}},
-      {"upgrader guest version stands for the monolithic one and is judged",
-       "monolithic.version = 8.3\nupgrader.version = 8.3\n",
-       "monolithic.version = 8\nupgrader.version = 8\n",
-       "upgrader.version = 8.4\nupgrader.installed = TRUE\n",
-       TOOLS_STATUS_SUPPORTED_NEW,
-       {"ToolsVersion: Status is supported new because this is status of "
-        "upgrader.\n"}},
+       "too old because this is status of monolithic version"},
+      {"monolithic=8.3 upgrader=8.3", "monolithic=8 upgrader=8",
+       "upgrader=8.4+", TOOLS_STATUS_SUPPORTED_NEW,
+       "supported new because this is status of upgrader"},
   };
   for (const Case &k : cases) {
-    SCOPED_TRACE(k.name);
+    SCOPED_TRACE(std::string(k.host) + " | " + k.avr + " | " + k.guest);
     Computation c;
-    c.host(k.host);
-    if (*k.avr != '\0') {
-      c.avr(k.avr);
-    } else {
-      c.noAvr();
-    }
-    c.guest(k.guest);
-    EXPECT_EQ(k.status, c.evaluate());
-    EXPECT_EQ(k.log, c.log.lines());
+    EXPECT_EQ(k.status, c.evaluate(k.host, k.avr, k.guest));
+    EXPECT_EQ(
+        *k.reason == '\0'
+            ? Lines{}
+            : Lines{std::string("ToolsVersion: Status is ") + k.reason + ".\n"},
+        c.log.lines());
   }
 }
 
 TEST(ToolsStatus, DiagnosticTables) {
   Computation c;
-  c.host(
-      "components.log = TRUE\nresult.log = yes\n"
-      "monolithic.version = 8.3.2.1\n"
-      "a.version = 1.2.3.4#4\nb.version = 1\nc.version = 1\nd.version = 1\n"
-      "e.version = 1\n");
-  c.avr("a.version_illegal = 0.9, 0.8#2\na.version_max = 2\n");
-  c.guest(
-      "monolithic.version = 8.3.2.1\na.version = 1.2.3.4\na.installed = 1\n"
-      "legacy.version = 1\n");
-  EXPECT_EQ(TOOLS_STATUS_CURRENT, c.evaluate());
-  const char *fmtLine =
-      "ToolsVersion: %-24s: %-11.11s %-16s %c %-16s %-16s %-16s %s\n";
-  auto row = [&](const char *a, const char *b, const char *g, char i,
-                 const char *h, const char *mn, const char *mx,
-                 const char *il) {
+  EXPECT_EQ(TOOLS_STATUS_CURRENT,
+            c.evaluate("components.log=TRUE result.log=yes "
+                       "monolithic=8.3.2.1 a=1.2.3.4#4 b=1 c=1 d=1",
+                       "a.version_illegal=0.9,0.8#2 a.version_max=2",
+                       "monolithic=8.3.2.1 a=1.2.3.4+ legacy=1"));
+  auto row = [](const char *a, const char *b, const char *g, char i,
+                const char *h, const char *mn, const char *mx, const char *il) {
     char buf[256];
-    std::snprintf(buf, sizeof buf, fmtLine, a, b, g, i, h, mn, mx, il);
+    std::snprintf(
+        buf, sizeof buf,
+        "ToolsVersion: %-24s: %-11.11s %-16s %c %-16s %-16s %-16s %s\n", a, b,
+        g, i, h, mn, mx, il);
     return std::string(buf);
   };
   EXPECT_EQ(
@@ -453,47 +295,44 @@ TEST(ToolsStatus, DiagnosticTables) {
           row("b", "missing fro", "", 'N', "1.0.0.0", "", "", ""),
           row("c", "missing fro", "", 'N', "1.0.0.0", "", "", ""),
           row("d", "missing fro", "", 'N', "1.0.0.0", "", "", ""),
-          row("e", "missing fro", "", 'N', "1.0.0.0", "", "", ""),
           "ToolsVersion: current                 : (  1) a\n",
-          "ToolsVersion: missing from the guest  : (  4) b, c, d, and e\n",
+          "ToolsVersion: missing from the guest  : (  3) b, c, and d\n",
       }),
       c.log.lines());
 }
 
 TEST(ToolsStatusCommand, ExampleManifests) {
-  using gp::test::shellQuote;
-  using gp::test::sourcePath;
-  std::string base =
-      std::string(GP_CLI) + " tools-status --host " +
-      shellQuote(sourcePath("examples/tools/host-manifest.txt")) + " --guest ";
-  std::string avr =
-      " --avr " + shellQuote(sourcePath("examples/tools/avr.txt"));
-  std::string guest =
-      shellQuote(sourcePath("examples/tools/guest-manifest.txt"));
+  const std::string ex =
+      gp::test::shellQuote(gp::test::sourcePath("examples/tools")) + "/";
   std::string out;
-  ASSERT_EQ(0, gp::test::runCommand(base + guest + avr + " --json 2>&1", &out));
-  EXPECT_NE(std::string::npos,
-            out.find("ToolsVersion: Status is supported old because this is "
-                     "status of monolithic version, and netdrv is missing "
-                     "from the guest.\n"))
-      << out;
-  EXPECT_NE(std::string::npos,
-            out.find("\"overall\":\"supported old\",\"status\":2,"
-                     "\"statusName\":\"TOOLS_STATUS_SUPPORTED_OLD\"}"))
-      << out;
-  out.clear();
-  ASSERT_EQ(0, gp::test::runCommand(base + guest + " 2>/dev/null", &out));
-  EXPECT_NE(std::string::npos,
-            out.find("Public status:  1 TOOLS_STATUS_TOO_OLD"))
-      << out;
-  out.clear();
-  EXPECT_EQ(1, gp::test::runCommand(base + "/nonexistent 2>&1", &out));
-  EXPECT_NE(std::string::npos,
-            out.find("Error loading dictionary for guest manifest: "
-                     "/nonexistent: No such file or directory.\n"))
-      << out;
-  EXPECT_EQ(2, gp::test::runCommand(std::string(GP_CLI) +
-                                    " tools-status --host x 2>/dev/null"));
+  auto run = [&](const std::string &args, std::string *output) {
+    out.clear();
+    return gp::test::runCommand(std::string(GP_CLI) + " tools-status --host " +
+                                    ex + "host-manifest.txt " + args,
+                                output);
+  };
+  ASSERT_EQ(0, run("--guest " + ex + "guest-manifest.txt --avr " + ex +
+                       "avr.txt --json 2>&1",
+                   &out));
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "ToolsVersion: Status is supported old because this is "
+                      "status of monolithic version, and netdrv is missing "
+                      "from the guest.\n",
+                      out);
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "\"overall\":\"supported old\",\"status\":2,"
+                      "\"statusName\":\"TOOLS_STATUS_SUPPORTED_OLD\"}",
+                      out);
+  // Without an AVR file the host versions are the lowest supported ones.
+  ASSERT_EQ(0, run("--guest " + ex + "guest-manifest.txt 2>/dev/null", &out));
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "Public status:  1 TOOLS_STATUS_TOO_OLD", out);
+  EXPECT_EQ(1, run("--guest /nonexistent 2>&1", &out));
+  EXPECT_PRED_FORMAT2(testing::IsSubstring,
+                      "Error loading dictionary for guest manifest: "
+                      "/nonexistent: No such file or directory.\n",
+                      out);
+  EXPECT_EQ(2, run("2>/dev/null", nullptr));
 }
 
 }  // namespace
