@@ -300,7 +300,7 @@ TEST(WindowsVista, BridgeImageIsReadThroughUdf) {
   // The markers exist only in the UDF directory tree of this image.
   Outcome o{};
   o.rc = Guess_Guest(
-      test::pycdlibUdfFromTree(vistaTree(Sources{}), true).c_str(), 0, &o.info);
+      test::pycdlibUdfFromTree(vistaTree(Sources{})).c_str(), 0, &o.info);
   EXPECT_EQ(o.rc, GUESS_FOUND);
   EXPECT_EQ(o.osName(), "windows7-64");
 }
