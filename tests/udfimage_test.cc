@@ -42,7 +42,7 @@ std::string slurp(UdfImage *image, const std::string &dirPath,
     result.assign(data, length);
     std::free(data);
   }
-  closeFile(file);
+  if (file) closeFile(file);
   closeDir(dir);
   return result;
 }
