@@ -18,22 +18,16 @@ std::string cached(
     const FileTree &files, const std::string &flavor,
     const std::function<std::string(const std::string &)> &make) {
   std::string all;
-  for (const auto &[name, content] : files) {
-    all += name + '\0' + content + '\1';
-  }
+  for (const auto &[name, content] : files) all += name + '\0' + content + '\1';
   std::string dir = std::string(GP_BINARY_DIR) + "/fixtures";
   std::string out = dir + "/udf-" +
                     std::to_string(std::hash<std::string>{}(all)) + "-" +
                     flavor + ".img";
-  if (fileExists(out)) {
-    return out;
-  }
+  if (fileExists(out)) return out;
   fs::create_directories(dir);
   std::string tmp = out + ".tmp" + std::to_string(::getpid());
   std::string cmd = make(tmp) + " >/dev/null 2>&1";
-  if (runCommand(cmd) != 0) {
-    throw std::runtime_error("fixture failed: " + cmd);
-  }
+  if (runCommand(cmd) != 0) throw std::runtime_error("fixture failed: " + cmd);
   fs::rename(tmp, out);
   return out;
 }
