@@ -57,11 +57,10 @@ FileTree walk(UdfImage *image, const std::string &path = "") {
   while (const char *entry = readDir(dir)) {
     std::string name = entry, full = path.empty() ? name : path + "/" + name;
     std::string contents = slurp(image, path, name);
-    if (contents == "<absent>") {
+    if (contents == "<absent>")
       out.merge(walk(image, full));
-    } else {
+    else
       out[full] = contents;
-    }
   }
   closeDir(dir);
   return out;
@@ -86,7 +85,6 @@ std::string pattern(size_t size, unsigned seed) {
 
 const FileTree kSample = {
     {"README.TXT", "top level\r\n"},
-    {"sources/product.ini", "[x]\r\nType=Client\r\n"},
     {"sources/Install_Windows 7 ULTIMATE.clg", "catalog"},
     {"sources/big.bin", pattern(kBigSize, 7)},
     {"sources/exact.bin", pattern(2 * kBlock, 9)},
@@ -162,8 +160,7 @@ TEST(UdfImage, PathsNamesAndReadsOnDemand) {
 }
 
 TEST(UdfImage, MkudffsRevisionsAndBlockSizes) {
-  // 2.00 and later use extended file entries; write-once media get a
-  // virtual partition, in its older form at 1.50.
+  // Extended file entries from 2.00; virtual partitions (old form at 1.50).
   for (const char *options :
        {"-m hd -r 1.50 -b 4096", "-m hd -r 2.01 -b 512", "-m cdr -r 1.50",
         "-m cdr -r 2.01", "-m bdr -r 2.60"}) {
@@ -221,8 +218,7 @@ std::string shortAd(uint64_t length, uint64_t position, uint64_t type = 0) {
   return ad;
 }
 
-// A block with a descriptor of tag `id` whose allocation descriptors `ads`
-// start at `adAt`, their length just before.
+// A descriptor block of tag `id`; its allocation descriptors start at `adAt`.
 std::string descriptorBlock(uint16_t id, size_t adAt, const std::string &ads,
                             std::initializer_list<Field> more = {}) {
   std::string b(kBlock, '\0');
