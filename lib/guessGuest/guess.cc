@@ -1,4 +1,5 @@
 // Media access and the identification driver.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -63,10 +64,17 @@ GuessDir *guessOpenDirOnce(GuessMedium *medium, const char *path) {
   return dir;
 }
 
-// Reads an opened ISO 9660 file whole; null on a read error.
+// Marker files are small; the largest one read whole is a kernel of a few
+// MiB. A larger file is treated as unreadable, so a hostile image cannot
+// make identification allocate gigabytes (the UDF reader has the same cap).
+constexpr size_t kMaxFileBytes = 64u << 20;
+
+// Reads an opened ISO 9660 file whole; null on a read error or when the
+// file is larger than kMaxFileBytes.
 char *readIsoFile(IsoImage *image, iso::File *file, size_t *size) {
   char chunk[2048];
-  char *buffer = nullptr;
+  MallocPtr<char> buffer(static_cast<char *>(checkedMalloc(sizeof chunk + 1)));
+  size_t room = sizeof chunk;
   size_t total = 0;
   for (;;) {
     size_t length = sizeof chunk;
@@ -74,20 +82,19 @@ char *readIsoFile(IsoImage *image, iso::File *file, size_t *size) {
     if (rc == iso::ISO_END) {
       break;
     }
-    if (rc != iso::ISO_OK) {
-      std::free(buffer);
+    if (rc != iso::ISO_OK || total + length > kMaxFileBytes) {
       return nullptr;
     }
-    buffer = static_cast<char *>(checkedRealloc(buffer, total + length + 1));
-    std::memcpy(buffer + total, chunk, length);
+    if (total + length > room) {
+      room = std::max(room * 2, total + length);
+      buffer.reset(static_cast<char *>(checkedRealloc(buffer.release(), room + 1)));
+    }
+    std::memcpy(buffer.get() + total, chunk, length);
     total += length;
   }
-  if (buffer == nullptr) {
-    buffer = static_cast<char *>(checkedMalloc(1));
-  }
-  buffer[total] = '\0';
+  buffer.get()[total] = '\0';
   *size = total;
-  return buffer;
+  return buffer.release();
 }
 
 void *lookupIso(GuessMedium *medium, GuessDir *dir, const char *name,
