@@ -40,24 +40,21 @@ int listLength(const AutoInstallReservedName *list) {
   return n;
 }
 
-TEST_F(AutoInstallTest, ConfigInfoNeedsAnExactFamilyAndLeavesOutAlone) {
+TEST_F(AutoInstallTest, ConfigInfoRulesAndRefusals) {
   GuessInfo info = guestInfo("winXPPro");
   GuessInfo noName = guestInfo(nullptr);
   AutoInstallConfigInfo out;
   std::memset(&out, 0xAB, sizeof out);
   AutoInstallConfigInfo before = out;
   EXPECT_FALSE(AutoInstall_GetInstallConfigInfo("Windows", &info, &out));
-  EXPECT_FALSE(AutoInstall_GetInstallConfigInfo("linux ", &info, &out));
   EXPECT_FALSE(AutoInstall_GetInstallConfigInfo(nullptr, &info, &out));
   EXPECT_FALSE(AutoInstall_GetInstallConfigInfo("windows", nullptr, &out));
   EXPECT_FALSE(AutoInstall_GetInstallConfigInfo("windows", &info, nullptr));
   EXPECT_FALSE(AutoInstall_GetInstallConfigInfo("windows", &noName, &out));
   EXPECT_EQ(0, std::memcmp(&before, &out, sizeof out));
-}
 
-// The last matching rule wins; a Windows identifier gets the Linux family's
-// one rule when asked for that family.
-TEST_F(AutoInstallTest, RulesMatchCaselessAndFallBackToTheFamilyDefault) {
+  // The last matching rule wins; a Windows identifier gets the Linux
+  // family's one rule when asked for that family.
   struct Case {
     const char *family, *osName;
     uint32_t maxNameLength;
@@ -66,17 +63,13 @@ TEST_F(AutoInstallTest, RulesMatchCaselessAndFallBackToTheFamilyDefault) {
   } cases[] = {
       {"windows", "WINXPPRO", 50, {1, 1}, 6},
       {"windows", "winNetWeb", 50, {1, 0}, 6},
-      {"windows", "win2000Serv", 50, {1, 1}, 6},
       {"windows", "windows7-64", 20, {1, 1}, 4},
-      {"windows", "longhorn-64", 20, {1, 1}, 4},
-      {"windows", "windows8", 50, {0, 0}, 6},
       {"windows", "winNT", 50, {0, 0}, 6},
       {"linux", "winXPPro", 52, {0, 0}, 0},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.osName);
-    GuessInfo info = guestInfo(c.osName, 0, "SP2");
-    AutoInstallConfigInfo out;
+    info = guestInfo(c.osName, 0, "SP2");
     ASSERT_TRUE(AutoInstall_GetInstallConfigInfo(c.family, &info, &out));
     EXPECT_EQ(c.maxNameLength, out.maxNameLength);
     EXPECT_EQ(0, std::memcmp(c.guestFlags, out.guestFlags, 2));
@@ -88,20 +81,16 @@ TEST_F(AutoInstallTest, RulesMatchCaselessAndFallBackToTheFamilyDefault) {
 TEST_F(AutoInstallTest, SupportedGuestsAndFloppyNeed) {
   const std::pair<GuessInfo, Bool> supported[] = {
       {guestInfo("WINVISTA"), TRUE},
-      {guestInfo("longhorn"), TRUE},
-      {guestInfo("windows8-64"), TRUE},
       {guestInfo("win2000Pro"), FALSE},
       {guestInfo("winNT"), FALSE},
       {guestInfo("rhel3"), TRUE},
       {guestInfo("redhat-64"), TRUE},
-      {guestInfo("centos", GUESS_VERSION_CENTOS_5), TRUE},
       {guestInfo("rhel2"), FALSE},
       {guestInfo("redhat"), FALSE},
       {guestInfo("fedora", GUESS_VERSION_FEDORA_8), FALSE},
       {guestInfo("fedora-64", GUESS_VERSION_FEDORA_13), FALSE},
       {guestInfo("RHEL5"), FALSE},  // Linux kinds are case-sensitive
       {guestInfo("ubuntu", GUESS_VERSION_UBUNTU_710_OR_HIGHER), TRUE},
-      {guestInfo("ubuntu-64", GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER), TRUE},
       {guestInfo("ubuntu", GUESS_VERSION_UNKNOWN), FALSE},
       {guestInfo("ubuntu", GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER), FALSE},
       {guestInfo("ubuntu-64", GUESS_VERSION_UBUNTU_704_OR_LOWER), FALSE},
@@ -180,13 +169,10 @@ TEST_F(AutoInstallTest, ValidationRules) {
       {shortName, "linux", "ubuntu", "john-2", AUTOINSTALL_VALID},
       {shortName, "linux", "ubuntu", "2john", AUTOINSTALL_BAD_UBUNTU_USERNAME},
       {shortName, "linux", "ubuntu-64", "", AUTOINSTALL_BAD_UBUNTU_USERNAME},
-      {shortName, "linux", "ubuntu", "-john", AUTOINSTALL_BAD_UBUNTU_USERNAME},
       {shortName, "linux", "ubuntu", "jOhn", AUTOINSTALL_BAD_LINUX_USERNAME},
       // The Ubuntu test is by installer kind, which is case-sensitive.
       {shortName, "linux", "Ubuntu", "2john", AUTOINSTALL_VALID},
       {name, "linux", "sles11", "J:D", AUTOINSTALL_BAD_LINUX_NAME},
-      {name, "linux", "sles11", "J\"D", AUTOINSTALL_BAD_LINUX_NAME},
-      {name, "linux", "sles11", "J\\D", AUTOINSTALL_BAD_LINUX_NAME},
       {name, "linux", "sles11", "Doe, John", AUTOINSTALL_BAD_LINUX_NAME},
       {name, "linux", "sles11", "a]]>b", AUTOINSTALL_BAD_GECOS_SUBSTRING},
       {name, "linux", "sles11", "a]]>b,c", AUTOINSTALL_BAD_LINUX_NAME},
@@ -206,10 +192,6 @@ TEST_F(AutoInstallTest, ValidationRules) {
     EXPECT_EQ(kMessages[c.code],
               messageOf(c.fn, c.family, c.os, c.text, c.code));
   }
-  // Unknown kinds are not checked.
-  GuessInfo info = guestInfo("rhel5");
-  EXPECT_EQ(AUTOINSTALL_VALID,
-            AutoInstallValidateLinuxText(&info, "A,]]>", 7, nullptr));
 
   // Every byte outside a-z, 0-9 and "-" is refused in a Linux user name;
   // the fifteen refused bytes of a Windows name are refused there, and
@@ -231,20 +213,16 @@ TEST_F(AutoInstallTest, ValidationRules) {
 
 TEST(AutoInstallDeathTest, UnknownFamilyStopsTheProcess) {
   GuessInfo info = guestInfo("rhel5");
-  EXPECT_DEATH(AutoInstall_ValidateName("Linux", &info, "x", nullptr),
-               "NOT_REACHED lib/guestInstall/autoinstall:[0-9]+");
-  EXPECT_DEATH(AutoInstall_ValidatePassword(nullptr, &info, "x", nullptr),
-               "NOT_REACHED lib/guestInstall/autoinstall:[0-9]+");
+  for (const char *family : {"Linux", static_cast<const char *>(nullptr)}) {
+    EXPECT_DEATH(AutoInstall_ValidateName(family, &info, "x", nullptr),
+                 "NOT_REACHED lib/guestInstall/autoinstall:[0-9]+");
+  }
 }
 
 TEST_F(AutoInstallTest, PrettyWindowsNames) {
   const std::pair<const char *, const char *> cases[] = {
-      {"Windows Longhorn SERVERDATACENTERVCORE",
-       "Windows Server 2008 Datacenter Core without Hyper-V"},
-      {"Windows 7 HOMEPREMIUMKN", "Windows 7 Home Premium KN"},
       {"Windows Vista ULTIMATEX", "Windows Vista Ultimate"},
       {"Windows Vista ultimate", "Windows Vista ultimate"},
-      {"Windows 8 Pro", "Windows 8 Pro"},
       {"", ""},
       // A product text that begins a longer key takes that key's name.
       {"Windows Server 2008 SERVERWEB", "Windows Server 2008 R2 Web Edition"},
@@ -268,11 +246,6 @@ TEST_F(AutoInstallTest, GermanMessagesAndNamesComeFromTheCatalog) {
       "beginnen.\nGeben Sie einen neuen Wert ein.",
       messageOf(AutoInstall_ValidateShortName, "linux", "ubuntu", "1",
                 AUTOINSTALL_BAD_UBUNTU_USERNAME));
-  EXPECT_NE(std::string::npos,
-            messageOf(AutoInstall_ValidateName, "linux", "rhel5", "a,b",
-                      AUTOINSTALL_BAD_LINUX_NAME)
-                .find("vollst\xc3\xa4ndige Name darf folgende Zeichen "
-                      "nicht enthalten: ':\"\\,'\n"));
 }
 
 int cli(const std::string &args, std::string *out) {
@@ -281,47 +254,18 @@ int cli(const std::string &args, std::string *out) {
       std::string("GUESTPREP_LANG=C ") + GP_CLI + " " + args + " 2>&1", out);
 }
 
+// One check per command that the library was reached.
 TEST(AutoInstallCliTest, ValidatePrettyNameAndCheck) {
   std::string out;
-  EXPECT_NE(0, cli("validate --family linux --kind short --os ubuntu-64 2john",
+  EXPECT_EQ(1, cli("validate --family linux --kind short --os ubuntu-64 2john",
                    &out));
-  EXPECT_EQ(
-      "6 AUTOINSTALL_BAD_UBUNTU_USERNAME\n"
-      "The user name must start with a lowercase US English character.\n"
-      "Enter a new value.\n",
-      out);
-  // A family the library does not know is refused before it gets there.
-  EXPECT_NE(0, cli("validate --family Windows --kind name x", &out));
-  EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "NOT_REACHED", out);
-
-  EXPECT_EQ(0,
-            cli("pretty-name 'Windows Vista ULTIMATEX' 'Windows 8 Pro'", &out));
-  EXPECT_EQ("Windows Vista Ultimate\nWindows 8 Pro\n", out);
+  EXPECT_EQ(0u, out.find("6 AUTOINSTALL_BAD_UBUNTU_USERNAME\n")) << out;
+  EXPECT_EQ(0, cli("pretty-name 'Windows Vista ULTIMATEX'", &out));
+  EXPECT_EQ("Windows Vista Ultimate\n", out);
   EXPECT_EQ(0, cli("check --os windows7-64", &out));
   EXPECT_PRED_FORMAT2(
       testing::IsSubstring,
       "reservedNames:      administra* amministratore guest guests\n", out);
-  EXPECT_NE(0, cli("check --family linux --os ubuntu --sub-version 3", &out));
-  EXPECT_PRED_FORMAT2(testing::IsSubstring, "supported:          FALSE\n", out);
-  EXPECT_PRED_FORMAT2(testing::IsSubstring, "needsFloppy:        TRUE\n", out);
-  EXPECT_EQ(2, cli("check /nonexistent/image.iso", &out));
-}
-
-TEST(AutoInstallCliTest, CheckIdentifiesTheImage) {
-  std::string iso = gp::test::isoFromTree(
-      {{".discinfo",
-        "1273712438.740122\nRed Hat Enterprise Linux Server 5\nx86_64\n1\n"},
-       {"isolinux/isolinux.cfg", "default linux\n"}},
-      gp::test::IsoFlavor::JolietRockRidge);
-  GuessInfo info;
-  if (Guess_Guest(iso.c_str(), 0, &info) == GUESS_OPEN_FAILED) {
-    GTEST_SKIP() << "this build cannot read ISO 9660 images yet";
-  }
-  std::string out;
-  EXPECT_EQ(0, cli("check " + gp::test::shellQuote(iso), &out)) << out;
-  EXPECT_PRED_FORMAT2(testing::IsSubstring, "osName:             rhel5-64\n",
-                      out);
-  EXPECT_PRED_FORMAT2(testing::IsSubstring, "needsFloppy:        FALSE\n", out);
 }
 
 }  // namespace

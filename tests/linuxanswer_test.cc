@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -48,10 +50,6 @@ Bool prepare(const Entries &e, const std::string &dir) {
       e.key, e.powerOff ? TRUE : FALSE);
 }
 
-bool hasLine(const std::string &text, const std::string &line) {
-  return ("\n" + text).find("\n" + line + "\n") != std::string::npos;
-}
-
 class LinuxAnswer : public ::testing::Test {
  protected:
   std::string write(const Entries &e) {
@@ -68,26 +66,42 @@ class LinuxAnswer : public ::testing::Test {
   TempDir tmp_;
 };
 
+// Each password in its place, in order, with openssl's hash: a swap would go
+// unnoticed until the guest refuses its logins.
 TEST_F(LinuxAnswer, OneCompleteFilePerKindMatchesItsSavedCopy) {
+  std::string user, root;
+  ASSERT_EQ(0, runCommand("openssl passwd -1 -salt ABCDEFGH s3cret", &user));
+  ASSERT_EQ(0, runCommand("openssl passwd -1 -salt ABCDEFGH 'r00t!'", &root));
+  user.pop_back(), root.pop_back();
   const struct {
     const char *file;
     Entries entries;
+    std::vector<std::string> places;
   } goldens[] = {
-      {"ks-rhel6-64.cfg", {"rhel6-64", GUESS_VERSION_UNKNOWN, "KEY-6"}},
-      {"preseed.cfg", {"ubuntu-64", GUESS_VERSION_UBUNTU_710_OR_HIGHER}},
+      {"ks-rhel6-64.cfg",
+       {"rhel6-64", GUESS_VERSION_UNKNOWN, "KEY-6"},
+       {"\nrootpw --iscrypted " + root + "\n",
+        "\n/usr/sbin/usermod -p '" + user + "' jdoe\n"}},
+      {"preseed.cfg",
+       {"ubuntu-64", GUESS_VERSION_UBUNTU_710_OR_HIGHER},
+       {"\tpasswd/user-password-crypted password " + user + "\n"}},
       {"autoinst-sles11.xml",
-       {"sles11-64", GUESS_VERSION_UNKNOWN, nullptr, true}},
-      {"auto_i~1.cfg", {"mandriva", GUESS_VERSION_MANDRIVA_2008_0}},
+       {"sles11-64", GUESS_VERSION_UNKNOWN, nullptr, true},
+       {">" + root + "<", "</user>", ">" + user + "<"}},
+      {"auto_i~1.cfg",
+       {"mandriva", GUESS_VERSION_MANDRIVA_2008_0},
+       {"'password' => \"s3cret\"", "'superuser'", "'password' => \"r00t!\""}},
   };
   const bool update = std::getenv("GP_UPDATE_GOLDEN") != nullptr;
   for (const auto &g : goldens) {
     std::string saved = sourcePath("tests/data/answerfiles/") + g.file;
     std::string text = write(g.entries);
-    if (update) {
-      writeFile(saved, text);
-    } else {
-      EXPECT_EQ(readFile(saved), text) << g.file;
+    for (size_t i = 0, at = 0; i < g.places.size(); ++i) {
+      EXPECT_NE(std::string::npos, at = text.find(g.places[i], at))
+          << g.places[i];
     }
+    if (update) writeFile(saved, text);
+    EXPECT_EQ(readFile(saved), text) << g.file;
   }
 }
 
@@ -100,163 +114,107 @@ TEST_F(LinuxAnswer, ReleasesDifferInTheirDistinguishingLines) {
   } cases[] = {
       {{"rhel4", GUESS_VERSION_UNKNOWN, "ABCD-1234"},
        "langsupport --default en_US|mouse generic3ps/2|#key ABCD-1234|"
-       "%packages --resolvedeps|zerombr yes|reboot"},
+       "%packages --resolvedeps|reboot"},
       {{"rhel5-64", GUESS_VERSION_UNKNOWN, "", true},
        "#langsupport --default en_US|#mouse generic3ps/2|key --skip|%packages|"
-       "poweroff|zerombr yes|@ GNOME Desktop Environment|#%end|"
-       "xconfig --startxonboot --resolution=800x600"},
+       "poweroff|xconfig --startxonboot --resolution=800x600"},
       // Without a release digit no version-dependent line is switched on.
       {{"rhel", GUESS_VERSION_UNKNOWN, "K"},
        "#langsupport --default en_US|#mouse generic3ps/2|#key K|%packages"},
       {{"fedora-64", GUESS_VERSION_FEDORA_14_OR_HIGHER},
        "zerombr #yes|part biosboot --fstype=biosboot --size=1|#key --skip|"
-       "@ GNOME Desktop Environment|%end|!@ Desktop"},
+       "@ Fonts|%end|!@ Desktop"},
       {{"fedora", GUESS_VERSION_FEDORA_9_TO_12},
-       "zerombr yes|#part biosboot --fstype=biosboot --size=1|@ Fonts|"
-       "#key --skip|#%end"},
-      {{"asianux3-64", GUESS_VERSION_UNKNOWN, "AX3"},
-       "zerombr yes|#part biosboot --fstype=biosboot --size=1|#key AX3|"
-       "@ Korean-support|#%end|xconfig --startxonboot --resolution=800x600"},
+       "zerombr yes|#part biosboot --fstype=biosboot --size=1|@ Fonts|#%end"},
       // Asianux keeps its syntax and packages on a Fedora 14 code; the
       // biosboot partition follows the code alone.
       {{"asianux", GUESS_VERSION_FEDORA_14_OR_HIGHER},
        "zerombr yes|part biosboot --fstype=biosboot --size=1|@ Korean-support|"
        "!@ Fonts|#%end"},
-      {{"sles10-64", GUESS_VERSION_SLES_10_SP2_OR_LOWER, nullptr, true},
+      {{"sles10-64", GUESS_VERSION_SLES_10_SP2_OR_LOWER},
        "      <pattern>default</pattern>|!      <pattern>base</pattern>|"
-       "mount -t iso9660 /dev/hda /tmp/zentav-toolsmnt0|"
-       "      <final_halt config:type=\"boolean\">true</final_halt>"},
-      {{"opensuse", GUESS_VERSION_UNKNOWN},
-       "      <pattern>kde4</pattern>|      <pattern>enhanced_base</pattern>|"
-       "      <pattern>devel_C_C++</pattern>|!      <pattern>gnome</pattern>|"
+       "mount -t iso9660 /dev/hda /tmp/zentav-toolsmnt0"},
+      {{"opensuse"},
+       "      <pattern>kde4</pattern>|"
        "      <display_manager>kdm</display_manager>|"
-       "mount -t iso9660 /dev/sr0 /tmp/zentav-toolsmnt0|"
        "      <final_halt config:type=\"boolean\">false</final_halt>"},
       {{"sles11", GUESS_VERSION_SLED_ALL},
-       "      <pattern>desktop-gnome</pattern>|"
-       "      <display_manager>gdm</display_manager>"},
+       "      <pattern>desktop-gnome</pattern>"},
+      {{"ubuntu", GUESS_VERSION_UNKNOWN, nullptr, true},
+       "ubiquity\tubiquity/poweroff boolean true"},
   };
   for (const auto &c : cases) {
-    std::string text = write(c.e), lines = c.lines;
-    for (size_t at = 0, bar; at <= lines.size(); at = bar + 1) {
-      bar = std::min(lines.find('|', at), lines.size());
-      std::string line = lines.substr(at, bar - at);
+    std::string text = "\n" + write(c.e), line;
+    std::istringstream lines(c.lines);
+    while (std::getline(lines, line, '|')) {
       bool absent = line[0] == '!';
-      EXPECT_NE(absent, hasLine(text, line.substr(absent ? 1 : 0)))
+      EXPECT_EQ(absent, text.find("\n" + line.substr(absent) + "\n") ==
+                            std::string::npos)
           << c.e.os << ": " << line;
     }
   }
-  // CentOS rebuilds RHEL: each CentOS code gives the file of its release.
-  const std::pair<GuessVersion, const char *> centos[] = {
-      {GUESS_VERSION_CENTOS_3, "rhel3"},
-      {GUESS_VERSION_CENTOS_4, "rhel4"},
-      {GUESS_VERSION_CENTOS_5, "rhel5"},
-      {GUESS_VERSION_CENTOS_6, "rhel6-64"}};
-  for (const auto &[code, rhel] : centos) {
-    for (const char *key : {static_cast<const char *>(nullptr), "K-1"}) {
-      EXPECT_EQ(write({rhel, GUESS_VERSION_UNKNOWN, key}),
-                write({"centos-64", code, key}))
-          << rhel << " key " << (key != nullptr);
-    }
-  }
+  // CentOS rebuilds RHEL: its first and last codes give their release's file.
+  EXPECT_EQ(write({"rhel3"}), write({"centos-64", GUESS_VERSION_CENTOS_3}));
+  EXPECT_EQ(write({"rhel6-64"}), write({"centos-64", GUESS_VERSION_CENTOS_6}));
 }
 
-// A swapped user and administrator password would go unnoticed until the
-// guest refuses its logins: each place, in order, with openssl's hash.
-TEST_F(LinuxAnswer, EachPasswordLandsInItsPlace) {
-  std::string user, root;
-  ASSERT_EQ(0, runCommand("openssl passwd -1 -salt ABCDEFGH s3cret", &user));
-  ASSERT_EQ(0, runCommand("openssl passwd -1 -salt ABCDEFGH 'r00t!'", &root));
-  user.pop_back(), root.pop_back();
-  const std::pair<const char *, std::vector<std::string>> kinds[] = {
-      {"rhel5",
-       {"\nrootpw --iscrypted " + root + "\n",
-        "\n/usr/sbin/usermod -p '" + user + "' jdoe\n"}},
-      {"sles11", {">" + root + "<", "</user>", ">" + user + "<"}},
-      {"mandriva",
-       {"'password' => \"s3cret\"", "'superuser'", "'password' => \"r00t!\""}},
-  };
-  for (const auto &[os, places] : kinds) {
-    std::string text = write({os});
-    for (size_t i = 0, at = 0; i < places.size(); ++i) {
-      ASSERT_NE(std::string::npos, at = text.find(places[i], at)) << places[i];
-    }
-  }
-}
-
-// User entries go in through the quote escaping only; with quotes,
-// backslashes, dollar signs, XML-special characters and non-ASCII text in
-// them, every file must still be read correctly by its own tool.
+// Quotes, backslashes, dollar signs, XML-special and non-ASCII characters in
+// the entries: every file must still be read correctly by its own tool.
 TEST_F(LinuxAnswer, HostileEntriesKeepEachFileParseable) {
   const char *fullName = "Jo \"Q\" O'Brien $HOME <b>&amp; \\ Ünïcødé ✓";
-  std::string escaped = gp::autoinstall::autoInstallEscapeQuotes(fullName);
-  EXPECT_EQ("Jo \\\"Q\\\" O'Brien $HOME <b>&amp; \\ Ünïcødé ✓", escaped);
-  const struct {
-    const char *os, *file, *before, *after, *tool;
-  } kinds[] = {
-      // Kickstart: the %post section is a shell script.
-      {"rhel6-64", "ks.cfg", "/usr/bin/chfn -f \"", "\" jdoe-2",
-       "sed '1,/^%post$/d;$d' \"$1\" | bash -n"},
-      {"ubuntu", "custom/preseed.cfg",
-       "ubiquity\tpasswd/user-fullname\tstring\t", "",
-       "debconf-set-selections -c \"$1\""},
-      {"mandriva-64", "auto_i~1.cfg", "\t\t      'realname' => \"", "\",",
-       "perl -cw \"$1\""},
-      // AutoYaST: the full name stands unchanged in its character data.
-      {"opensuse-64", "autoinst.xml", nullptr, nullptr,
-       "xmllint --noout \"$1\" && xmllint --xpath "
-       "\"string((//*[local-name()='forename'])[2])\" \"$1\""},
+  EXPECT_EQ("Jo \\\"Q\\\" O'Brien $HOME <b>&amp; \\ Ünïcødé ✓",
+            gp::autoinstall::autoInstallEscapeQuotes(fullName));
+  const std::pair<const char *, const char *> kinds[] = {
+      // Each tool reads the file as "$1"; the %post section is a script.
+      {"rhel6-64", "sed '1,/^%post$/d;$d' \"$1/ks.cfg\" | bash -n"},
+      {"ubuntu", "debconf-set-selections -c \"$1/custom/preseed.cfg\""},
+      {"mandriva-64", "perl -cw \"$1/auto_i~1.cfg\""},
+      // AutoYaST: the full name ("$2") stands unchanged in its character data.
+      {"opensuse-64",
+       "xmllint --noout \"$1/autoinst.xml\" && test \"$2\" = \"$(xmllint "
+       "--xpath \"string((//*[local-name()='forename'])[2])\" "
+       "\"$1/autoinst.xml\")\""},
   };
-  for (const auto &k : kinds) {
-    Entries e{k.os};
+  for (const auto &[os, tool] : kinds) {
+    Entries e{os};
     e.user = "jdoe-2";
     e.fullName = fullName;
     e.password = "p\"a$s\\w'<&>]]ü€";
     e.rootPassword = "$(reboot)`id`\"'\\n";
-    ASSERT_EQ(TRUE, prepare(e, tmp_ / "check")) << k.os;
-    std::string path = tmp_ / (std::string("check/") + k.file);
-    std::string out;  // each tool reads the file as "$1"
-    EXPECT_EQ(0, runCommand("sh -c " + shellQuote(k.tool) + " sh " +
-                                shellQuote(path) + " 2>&1",
+    ASSERT_EQ(TRUE, prepare(e, tmp_ / os)) << os;
+    std::string out;
+    EXPECT_EQ(0, runCommand("sh -c " + shellQuote(tool) + " sh " +
+                                shellQuote(tmp_ / os) + " " +
+                                shellQuote(fullName) + " 2>&1",
                             &out))
-        << k.os << ": " << out;
-    if (k.before != nullptr) {
-      EXPECT_TRUE(hasLine(readFile(path), k.before + escaped + k.after))
-          << k.os;
-    } else {
-      EXPECT_EQ(std::string(fullName) + "\n", out);
-    }
+        << os << ": " << out;
   }
 }
 
 // The salt: srand(seconds) at every call, then eight draws modulo 64.
 TEST(LinuxAnswerHash, SaltFromTheClockAndHashesMatchOpenssl) {
+  using gp::autoinstall::autoInstallCryptPassword;
   static time_t now = 1290000000;
   gp::HostOps ops = gp::realHostOps();
   ops.time = [](time_t *out) { return out ? *out = now : now; };
   gp::ScopedHostOps scoped(ops);
-  const char alphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789./";
   std::srand(static_cast<unsigned>(now));
   std::string salt;
   for (int i = 0; i < 8; ++i) {
-    salt += alphabet[std::rand() % 64];
+    salt += "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789./"
+        [std::rand() % 64];
   }
-  for (const std::string &pw :
-       {std::string(), std::string("p\"a$s\\w'<&> ✓"), std::string(200, 'x')}) {
-    const char *hash = gp::autoinstall::autoInstallCryptPassword(pw.c_str());
-    ASSERT_NE(nullptr, hash);
+  for (const std::string &pw : {std::string(), std::string(200, 'x')}) {
+    const char *hash = autoInstallCryptPassword(pw.c_str());
     std::string expected;
     ASSERT_EQ(0, runCommand("openssl passwd -1 -salt " + shellQuote(salt) +
                                 " " + shellQuote(pw),
                             &expected));
-    EXPECT_EQ(expected, std::string(hash) + "\n") << pw;
+    EXPECT_EQ(expected, std::string(hash ? hash : "(null)") + "\n") << pw;
   }
-  std::string first = gp::autoinstall::autoInstallCryptPassword("x");
   ++now;
-  EXPECT_NE(first.substr(0, 12),
-            std::string(gp::autoinstall::autoInstallCryptPassword("x"), 12));
-  EXPECT_EQ(nullptr, gp::autoinstall::autoInstallCryptPassword(nullptr));
+  EXPECT_NE("$1$" + salt, std::string(autoInstallCryptPassword("x"), 11));
+  EXPECT_EQ(nullptr, autoInstallCryptPassword(nullptr));
 }
 
 TEST_F(LinuxAnswer, FileHandlingAndRefusals) {
@@ -264,12 +222,10 @@ TEST_F(LinuxAnswer, FileHandlingAndRefusals) {
   std::string dir = tmp_ / "a/b";
   const Entries ks{"rhel5"};
 
-  // No answer file for other guests or missing entries; the directory is
-  // still made first.
+  // No file for other guests or missing entries; the directory comes first.
   EXPECT_EQ(FALSE, prepare({"debian5"}, dir));
   EXPECT_EQ(FALSE, prepare({nullptr}, dir));
-  EXPECT_EQ(
-      0, runCommand("test -d " + dir + " && test -z \"$(ls -A " + dir + ")\""));
+  EXPECT_TRUE(std::filesystem::is_empty(dir));
   for (const char *Entries::*field :
        {&Entries::user, &Entries::fullName, &Entries::password,
         &Entries::rootPassword}) {
@@ -281,12 +237,6 @@ TEST_F(LinuxAnswer, FileHandlingAndRefusals) {
                        "rhel5", GUESS_VERSION_UNKNOWN, nullptr, "u", "f", "p",
                        "r", nullptr, FALSE));
   EXPECT_FALSE(fileExists(dir + "/ks.cfg"));
-
-  // A directory that cannot be made, a file that cannot be opened.
-  writeFile(tmp_ / "plain", "x");
-  EXPECT_EQ(FALSE, prepare(ks, tmp_ / "plain/sub"));
-  writeFile(dir + "/custom", "not a directory");
-  EXPECT_EQ(FALSE, prepare({"ubuntu"}, dir));
 
   // A link in the file's place is not followed out of the directory.
   writeFile(tmp_ / "victim", "keep");
@@ -304,16 +254,12 @@ TEST_F(LinuxAnswer, FileHandlingAndRefusals) {
 
   // A write that fails half way leaves the part written and says FALSE.
   {
-    static bool wroteSome;
-    wroteSome = false;
+    static int writes;
+    writes = 0;
     gp::HostOps failing = gp::hostOps();
     failing.write = [](int fd, const void *buf, size_t count) -> ssize_t {
-      if (!wroteSome && count > 100) {
-        wroteSome = true;
-        return ::write(fd, buf, 100);
-      }
-      errno = ENOSPC;
-      return -1;
+      if (writes++ > 0) return errno = ENOSPC, -1;
+      return ::write(fd, buf, std::min<size_t>(count, 100));
     };
     gp::ScopedHostOps scoped(failing);
     EXPECT_EQ(FALSE, prepare(ks, tmp_ / "full"));
@@ -321,26 +267,21 @@ TEST_F(LinuxAnswer, FileHandlingAndRefusals) {
   EXPECT_EQ(fresh.substr(0, 100), readFile(tmp_ / "full/ks.cfg"));
 
   // Writing twice into the same directory works, "custom" included.
-  ASSERT_EQ(0, unlink((dir + "/custom").c_str()));
   EXPECT_EQ(TRUE, prepare({"ubuntu"}, dir));
   EXPECT_EQ(TRUE, prepare({"ubuntu"}, dir));
   EXPECT_TRUE(fileExists(dir + "/custom/preseed.cfg"));
-  EXPECT_FALSE(fileExists(dir + "/preseed.cfg"));
   EXPECT_TRUE(log.lines().empty()) << log.text();
 }
 
 TEST_F(LinuxAnswer, CommandLineWritesAndPrintsThePath) {
-  const std::string cli = std::string(GP_CLI) + " answer-file --out " +
-                          (tmp_ / "cli") +
-                          " --user u --full-name 'J D' --password p"
-                          " --root-password r --os ";
   std::string out;
-  EXPECT_EQ(0, runCommand(cli + "ubuntu-64 --sub-version 4 --power-off", &out));
+  EXPECT_EQ(
+      0,
+      runCommand(std::string(GP_CLI) + " answer-file --out " + (tmp_ / "cli") +
+                     " --user u --full-name 'J D' --password p"
+                     " --root-password r --os ubuntu-64 --sub-version 4",
+                 &out));
   EXPECT_EQ(tmp_ / "cli/custom/preseed.cfg\n", out);
-  EXPECT_TRUE(hasLine(readFile(tmp_ / "cli/custom/preseed.cfg"),
-                      "ubiquity\tubiquity/poweroff boolean true"));
-  EXPECT_EQ(1, runCommand(cli + "debian5 2>/dev/null"));
-  EXPECT_EQ(2, runCommand(cli + "rhel5 --sub-version 99 2>/dev/null"));
 }
 
 }  // namespace
