@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -24,12 +23,10 @@ using gp::test::TempDir;
 // Owns a handle; closes it at the end of the scope.
 struct H {
   FatHandle h = nullptr;
-  ~H() {
-    if (h) close(h);
-  }
+  ~H() { done(); }
   FatHandle *out() { return &h; }
   Error done() {
-    Error e = close(h);
+    Error e = h ? close(h) : FAT_OK;
     h = nullptr;
     return e;
   }
@@ -67,8 +64,7 @@ struct Listed {
 };
 std::vector<Listed> list(FatHandle dir) {
   std::vector<Listed> out;
-  int64_t n = entryCount(dir);
-  for (int64_t i = 0; i < n; ++i) {
+  for (int64_t i = 0, n = entryCount(dir); i < n; ++i) {
     uint8_t present = 0, isDir = 0;
     char *name = nullptr;
     uint64_t size = 0;
@@ -113,51 +109,45 @@ TEST_F(FatImageTest, FormatsAndNamesMatchMtools) {
   ASSERT_EQ(1474560u, bytes.size());
   EXPECT_EQ("\x55\xAA", bytes.substr(510, 2));
   expectClean();
-  EXPECT_TRUE(gp::test::mdirList(image).empty());
-  const std::vector<std::pair<std::string, std::string>> files = {
-      {"preseed.cfg", pattern(300, 1)},
-      {"AUTOUN~0.XML", pattern(0, 2)},
-      {"winnt.SIF", pattern(512, 3)},
-      {"A long file name.txt", pattern(5000, 4)},
-      {"A long file name.txt2", pattern(1025, 5)},
-      {"Mixed.Txt", pattern(70000, 6)},
-      {"r\xC3\xA9sum\xC3\xA9.cfg", pattern(10, 7)},
+  const struct {
+    std::string name, alias, data;
+  } files[] = {
+      {"preseed.cfg", "preseed.cfg", pattern(300, 1)},
+      {"AUTOUN~0.XML", "AUTOUN~0.XML", pattern(0, 2)},
+      {"winnt.SIF", "winnt.SIF", pattern(512, 3)},  // case bit on the base
+      {"A long file name.txt", "ALONGF~1.TXT", pattern(5000, 4)},
+      {"A long file name.txt2", "ALONGF~2.TXT", pattern(1025, 5)},
+      {"Mixed.Txt", "MIXED.TXT", pattern(70000, 6)},
+      {"r\xC3\xA9sum\xC3\xA9.cfg", "R_SUM_~1.CFG", pattern(10, 7)},
   };
-  for (const auto &[name, data] : files) {
-    ASSERT_EQ(FAT_OK, putFile(root.h, name, data)) << name;
+  for (const auto &f : files) {
+    ASSERT_EQ(FAT_OK, putFile(root.h, f.name, f.data)) << f.name;
   }
   // The volume is still open: each close has already written its file.
   expectClean();
-  // "winnt.SIF": a lower-case base alone has a case bit.
-  const char *shortNames[] = {"preseed.cfg",  "AUTOUN~0.XML", "winnt.SIF",
-                              "ALONGF~1.TXT", "ALONGF~2.TXT", "MIXED.TXT"};
   auto listed = gp::test::mdirList(image);
   auto ours = list(root.h);
-  ASSERT_EQ(files.size(), listed.size());
-  ASSERT_EQ(files.size(), ours.size());
-  for (size_t i = 0; i < files.size(); ++i) {
-    const auto &[name, data] = files[i];
-    if (i < 6) {
-      EXPECT_EQ(shortNames[i], listed[i].shortName);
-    }
-    EXPECT_EQ(i >= 3 ? name : "", listed[i].longName);
-    std::string back;
-    ASSERT_TRUE(gp::test::mcopyOut(image, name, back)) << name;
-    EXPECT_EQ(data, back) << name;
-    EXPECT_EQ(name, ours[i].name);
-    EXPECT_EQ(data.size(), ours[i].size);
+  ASSERT_EQ(7u, listed.size());
+  ASSERT_EQ(7u, ours.size());
+  for (size_t i = 0; i < 7; ++i) {
+    EXPECT_EQ(files[i].alias, listed[i].shortName);
+    EXPECT_EQ(i >= 3 ? files[i].name : "", listed[i].longName);
+    EXPECT_EQ(std::to_string(files[i].data.size()), listed[i].size);
+    EXPECT_EQ(files[i].name, ours[i].name);
+    EXPECT_EQ(files[i].data.size(), ours[i].size);
   }
   // Lookups ignore case and find a file by its alias too.
-  EXPECT_EQ(files[0].second, getFile(root.h, "PRESEED.CFG"));
-  EXPECT_EQ(files[3].second, getFile(root.h, "alongf~1.txt"));
+  EXPECT_EQ(files[0].data, getFile(root.h, "PRESEED.CFG"));
+  EXPECT_EQ(files[3].data, getFile(root.h, "alongf~1.txt"));
   H f;
   EXPECT_EQ(FAT_ERR_EXISTS, createFile(root.h, "Preseed.Cfg", f.out()));
-  for (const char *bad :
-       {"", ".", "..", "a/b", "a\\b", "x?", "end.", "tab\t", "\xC3(bad-utf8"}) {
-    EXPECT_EQ(FAT_ERR_BAD_NAME, createFile(root.h, bad, f.out())) << bad;
+  const std::string bads[] = {
+      "",   ".",    "..",    "a/b",           "a\\b",
+      "x?", "end.", "tab\t", "\xC3(bad-utf8", std::string(256, 'n')};
+  for (const std::string &bad : bads) {
+    EXPECT_EQ(FAT_ERR_BAD_NAME, createFile(root.h, bad.c_str(), f.out()))
+        << bad;
   }
-  EXPECT_EQ(FAT_ERR_BAD_NAME,
-            createFile(root.h, std::string(256, 'n').c_str(), f.out()));
 }
 
 TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
@@ -177,7 +167,6 @@ TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
   EXPECT_EQ("txtsetup.oem", ours[1].name);
   EXPECT_TRUE(ours[2].dir);
   EXPECT_EQ(big, getFile(root.h, "driver package.INF"));
-  EXPECT_EQ(small, getFile(root.h, "TXTSETUP.OEM"));
   H sub;
   ASSERT_EQ(FAT_OK, openDirectory(root.h, "SUB", sub.out()));
   EXPECT_EQ(big, getFile(sub.h, "inner.bin"));
@@ -196,8 +185,7 @@ TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
   ASSERT_EQ(FAT_OK, reopen(1));
   ASSERT_EQ(FAT_OK, openDirectory(root.h, "sub", sub.out()));
   for (int i = 0; i < 70; ++i) {
-    ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x"))
-        << i;
+    ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x"));
   }
   expectClean();
   std::string back;
@@ -249,8 +237,7 @@ TEST_F(FatImageTest, FullDiskAndFullRootAreCleanErrors) {
 
   ASSERT_EQ(FAT_OK, reopen());
   for (int i = 3; i < 224; ++i) {
-    ASSERT_EQ(FAT_OK, putFile(root.h, "f" + std::to_string(i) + ".txt", ""))
-        << i;
+    ASSERT_EQ(FAT_OK, putFile(root.h, "f" + std::to_string(i) + ".txt", ""));
   }
   H f;
   EXPECT_EQ(FAT_ERR_DIR_FULL, createFile(root.h, "one.txt", f.out()));
@@ -266,8 +253,7 @@ TEST_F(FatImageTest, FailedWriteBackIsReported) {
   ASSERT_EQ(FAT_OK, writeFile(f.h, 0, "data", 4, &done));
   gp::HostOps ops = gp::hostOps();
   ops.pwrite = [](int, const void *, size_t, off_t) -> ssize_t {
-    errno = ENOSPC;
-    return -1;
+    return errno = ENOSPC, -1;
   };
   {
     gp::ScopedHostOps failing(ops);
@@ -296,16 +282,12 @@ class HostileImageTest : public FatImageTest {
     bytes[off] = static_cast<char>(v);
     bytes[off + 1] = static_cast<char>(v >> 8);
   }
-  void setFat(uint32_t cluster, uint32_t value) {
-    for (size_t fat : {512u, 512u + 9 * 512}) {
-      auto *p = reinterpret_cast<uint8_t *>(&bytes[fat + cluster * 3 / 2]);
-      if (cluster & 1) {
-        p[0] = static_cast<uint8_t>((p[0] & 0x0F) | (value << 4));
-        p[1] = static_cast<uint8_t>(value >> 4);
-      } else {
-        p[0] = static_cast<uint8_t>(value);
-        p[1] = static_cast<uint8_t>((p[1] & 0xF0) | (value >> 8));
-      }
+  void setFat(uint32_t cluster, uint32_t value) {  // in both copies
+    for (size_t at : {512 + cluster * 3 / 2, 5120 + cluster * 3 / 2}) {
+      auto *p = reinterpret_cast<uint8_t *>(&bytes[at]);
+      uint32_t old = p[0] | p[1] << 8;
+      put16(at,
+            cluster & 1 ? (old & 0x000F) | value << 4 : (old & 0xF000) | value);
     }
   }
   Error openWith(Error *fileErr) {
