@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <tuple>
@@ -51,22 +50,12 @@ class Ini : public ::testing::Test {
 
 TEST_F(Ini, CommentsAndQuotes) {
   file(
-      "[s] ; header comment\n"
-      ";k=commented\n"
-      "k = \"a b\"   ; note\n"
-      "lone=\"\n"
-      "long=\"abcdef\"\n"
-      "semi=a;b\n"
-      "e=\n"
-      "crlf=\r\n"
-      "bare\n"
-      "[t;x]\n");
-  for (const auto &[key, value] : {std::pair{"k", "a b"},
-                                   {"lone", "\""},
-                                   {"semi", "a"},
-                                   {"e", ""},
-                                   {"crlf", ""},
-                                   {"bare", ""}}) {
+      "[s] ; header comment\n;k=commented\nk = \"a b\"   ; note\nlone=\"\n"
+      "long=\"abcdef\"\nsemi=a;b\ne=\ncrlf=\r\nbare\n[t;x]\n");
+  const std::pair<const char *, const char *> values[] = {
+      {"k", "a b"}, {"lone", "\""}, {"semi", "a"},
+      {"e", ""},    {"crlf", ""},   {"bare", ""}};
+  for (const auto &[key, value] : values) {
     EXPECT_EQ(value, get("s", key)) << key;
   }
   EXPECT_EQ("\"ab", get("s", "long", 4));  // cut before unquoting
@@ -77,19 +66,28 @@ TEST_F(Ini, CommentsAndQuotes) {
   file("[s;x]\n  key = old ; c\n[s]\n  Key = old ; c\n");
   ASSERT_TRUE(set("s", "KEY", "new", true));
   EXPECT_EQ("[s;x]\n  key = old ; c\n[s]\n  Key =\"new\"\n", readFile(path_));
+
+  // Values with the format's own characters, written and read back through
+  // differently cased names.
+  file("; header comment\r\n[Main]\r\nkey = old\r\n");
+  const std::tuple<const char *, bool, const char *> cases[] = {
+      // value written, quoted, value read back
+      {"a=b [c] #d!", false, "a=b [c] #d!"},
+      {" \t\"q\"= ", true, " \t\"q\"= "},
+      {" \"in\" quotes\t", false, "\"in\" quotes"},
+      {"\"a\"b\"", false, "a\"b"},
+  };
+  for (const auto &[value, quoted, back] : cases) {
+    ASSERT_TRUE(set("MAIN", "KEY", value, quoted));
+    EXPECT_EQ(back, get("main", "key")) << readFile(path_);
+  }
 }
 
 TEST_F(Ini, SectionsAndPlacement) {
-  file(
-      "k=before\n"
-      "[a]\nx=1\n"
-      "[ b]\nk=blank\n"
-      "[B]\nk=B1\nK=B2\n"
-      "[A]\n  k  =  3\n");
+  file("k=before\n[a]\nx=1\n[ b]\nk=blank\n[B]\nk=B1\nK=B2\n[A]\n  k  =  3\n");
   EXPECT_EQ("3", get("a", "K"));   // the section opens again
   EXPECT_EQ("B1", get("b", "k"));  // the first match decides
   EXPECT_EQ("<none>", get("c", "k"));
-  EXPECT_EQ("<none>", get("a", "y"));
 
   ASSERT_TRUE(set("B", "k", "v"));    // every match is rewritten
   ASSERT_TRUE(set("a", "new", "n"));  // after the first [a]
@@ -144,7 +142,6 @@ TEST_F(Ini, PiecesCutsAndLimits) {
   EXPECT_EQ("[s]\n  kk =\"" + std::string(1014, 'v') +
                 "\"\nn=" + std::string(1018, 'v') + "\n",
             readFile(path_));
-  EXPECT_EQ(std::string(1014, 'v'), get("s", "kk"));
   EXPECT_TRUE(set("s", std::string(1019, 'k').c_str(), "v"));
   EXPECT_FALSE(set("s", std::string(1020, 'k').c_str(), "v"));
   EXPECT_FALSE(set(std::string(1021, 's').c_str(), "k", "v"));
@@ -209,18 +206,9 @@ TEST_F(Ini, FailedWritesLoseNothing) {
   failWith([](gp::HostOps &o) {
     o.read = [](int, void *, size_t) -> ssize_t { return errno = EIO, -1; };
   });
-  // A directory the caller cannot write to (root may write anywhere, so
-  // then the refusal is simulated).
-  if (geteuid() == 0) {
-    failWith([](gp::HostOps &o) {
-      o.mkstemp = [](char *) { return errno = EACCES, -1; };
-    });
-  } else {
-    chmod(dir_.path().c_str(), 0555);
-    EXPECT_FALSE(set("s", "k", "2"));
-    chmod(dir_.path().c_str(), 0755);
-    expectUntouched(original);
-  }
+  failWith([](gp::HostOps &o) {  // a directory the caller cannot write to
+    o.mkstemp = [](char *) { return errno = EACCES, -1; };
+  });
   file("[s]\nk=1\n[broken\n[t]\n");
   EXPECT_FALSE(set("t", "k", "2"));
   expectUntouched("[s]\nk=1\n[broken\n[t]\n");
@@ -265,23 +253,6 @@ TEST_F(Ini, BadInput) {
     EXPECT_EQ("1", get("s", "k"));
     EXPECT_FALSE(set("s", "k", "2"));
     expectUntouched(content);
-  }
-}
-
-// Values with the format's own characters, written and read back through
-// differently cased names.
-TEST_F(Ini, WrittenValuesReadBack) {
-  file("; header comment\r\n[Main]\r\nkey = old\r\n");
-  const std::tuple<const char *, bool, const char *> cases[] = {
-      // value written, quoted, value read back
-      {"a=b [c] #d!", false, "a=b [c] #d!"},
-      {" \t\"q\"= ", true, " \t\"q\"= "},
-      {" \"in\" quotes\t", false, "\"in\" quotes"},
-      {"\"a\"b\"", false, "a\"b"},
-  };
-  for (const auto &[value, quoted, back] : cases) {
-    ASSERT_TRUE(set("MAIN", "KEY", value, quoted));
-    EXPECT_EQ(back, get("main", "key")) << readFile(path_);
   }
 }
 
