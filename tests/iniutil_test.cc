@@ -186,29 +186,20 @@ TEST_F(Ini, Numbers) {
 TEST_F(Ini, FailedWritesLoseNothing) {
   const std::string original = "[s]\r\nk=1\r\n";
   file(original);
-  auto failWith = [&](void (*patch)(gp::HostOps &)) {
+  auto failWith = [&](auto member, auto fails) {
     gp::HostOps ops = gp::hostOps();
-    patch(ops);
+    ops.*member = fails;
     gp::ScopedHostOps scoped(ops);
     EXPECT_FALSE(set("s", "k", "2"));
     expectUntouched(original);
   };
-  failWith([](gp::HostOps &o) {
-    o.write = [](int, const void *, size_t) -> ssize_t {
-      return errno = ENOSPC, -1;
-    };
-  });
-  failWith([](gp::HostOps &o) {
-    o.rename = [](const char *, const char *) { return errno = EIO, -1; };
-  });
-  failWith(
-      [](gp::HostOps &o) { o.fsync = [](int) { return errno = EIO, -1; }; });
-  failWith([](gp::HostOps &o) {
-    o.read = [](int, void *, size_t) -> ssize_t { return errno = EIO, -1; };
-  });
-  failWith([](gp::HostOps &o) {  // a directory the caller cannot write to
-    o.mkstemp = [](char *) { return errno = EACCES, -1; };
-  });
+  auto fails = [](auto...) { return errno = EIO, -1; };
+  auto sizeFails = [](auto...) -> ssize_t { return errno = ENOSPC, -1; };
+  failWith(&gp::HostOps::read, sizeFails);
+  failWith(&gp::HostOps::mkstemp, fails);  // an unwritable directory
+  failWith(&gp::HostOps::write, sizeFails);
+  failWith(&gp::HostOps::fsync, fails);
+  failWith(&gp::HostOps::rename, fails);
   file("[s]\nk=1\n[broken\n[t]\n");
   EXPECT_FALSE(set("t", "k", "2"));
   expectUntouched("[s]\nk=1\n[broken\n[t]\n");
