@@ -282,16 +282,6 @@ class HostileImageTest : public FatImageTest {
             cluster & 1 ? (old & 0x000F) | value << 4 : (old & 0xF000) | value);
     }
   }
-  Error openWith(Error *fileErr) {
-    gp::test::writeFile(image, bytes);
-    Error e = reopen(1);
-    if (e == FAT_OK) {
-      list(root.h);
-      H f;
-      *fileErr = openFile(root.h, "three.bin", f.out());
-    }
-    return e;
-  }
 };
 
 // Bad geometry is refused when the volume opens; broken chains and sizes
@@ -305,7 +295,6 @@ TEST_F(HostileImageTest, BadGeometryAndBrokenChainsAreRefused) {
     std::function<void()> mutate;
     Error open, file;
   } cases[] = {
-      {"zero bytes per sector", [&] { put16(11, 0); }, bad, ok},
       {"odd bytes per sector", [&] { put16(11, 513); }, bad, ok},
       {"zero sectors per cluster", [&] { bytes[13] = 0; }, bad, ok},
       {"no FAT", [&] { bytes[16] = 0; }, bad, ok},
@@ -323,9 +312,13 @@ TEST_F(HostileImageTest, BadGeometryAndBrokenChainsAreRefused) {
   for (const auto &c : cases) {
     bytes = good;
     c.mutate();
-    Error fileErr = FAT_OK;
-    EXPECT_EQ(c.open, openWith(&fileErr)) << c.what;
-    EXPECT_EQ(c.file, fileErr) << c.what;
+    gp::test::writeFile(image, bytes);
+    EXPECT_EQ(c.open, reopen(1)) << c.what;
+    if (c.open == FAT_OK) {
+      list(root.h);
+      H f;
+      EXPECT_EQ(c.file, openFile(root.h, "three.bin", f.out())) << c.what;
+    }
   }
 }
 
