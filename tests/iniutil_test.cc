@@ -106,9 +106,6 @@ TEST_F(Ini, SectionsAndPlacement) {
   ASSERT_TRUE(set("c", "k", "v"));  // a bare key gains its '='
   EXPECT_EQ("v", get("c", "k"));
 
-  file("");
-  ASSERT_TRUE(set("s", "k", "v"));
-  EXPECT_EQ("[s]\nk=v\n", readFile(path_));
   file("[s]\r\nold=1\r\nk=x ;c\r\n[t]\nz=1");  // no final line break
   ASSERT_TRUE(set("s", "k", "y"));
   ASSERT_TRUE(set("t", "n", "2"));
