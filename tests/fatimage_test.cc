@@ -185,9 +185,7 @@ TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
     ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x"));
   }
   expectClean();
-  std::string back;
-  ASSERT_TRUE(gp::test::mcopyOut(image, "sub/file number 69", back));
-  EXPECT_EQ("x", back);
+  EXPECT_EQ(71u, gp::test::mdirList(image, "::/sub").size());
 }
 
 TEST_F(FatImageTest, WritesAtOffsetsAndFailedWriteBacks) {
