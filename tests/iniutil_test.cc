@@ -232,16 +232,12 @@ TEST_F(Ini, BadInput) {
   EXPECT_EQ("<none>", get("s", "k"));
   EXPECT_FALSE(set("s", "k", "2"));
 
-  // Files far beyond the writer's limit: a million empty lines, a line of
-  // several megabytes. The reader streams through them.
-  for (const std::string &content :
-       {"[s]\n" + std::string(1000000, '\n') + "k=1\n",
-        "[s]\n" + std::string(5 << 20, 'a') + "\nk=1\n"}) {
-    file(content);
-    EXPECT_EQ("1", get("s", "k"));
-    EXPECT_FALSE(set("s", "k", "2"));
-    expectUntouched(content);
-  }
+  // A file far beyond the writer's limit; the reader streams through it.
+  const std::string huge = "[s]\n" + std::string(5 << 20, 'a') + "\nk=1\n";
+  file(huge);
+  EXPECT_EQ("1", get("s", "k"));
+  EXPECT_FALSE(set("s", "k", "2"));
+  expectUntouched(huge);
 }
 
 TEST_F(Ini, CommandLine) {
