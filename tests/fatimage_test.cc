@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,29 +17,20 @@
 namespace {
 
 using namespace gp::fat;
+using gp::test::pattern;
 using gp::test::TempDir;
 
 // Owns a handle; closes it at the end of the scope.
 struct H {
   FatHandle h = nullptr;
-  ~H() {
-    if (h) close(h);
-  }
+  ~H() { done(); }
   FatHandle *out() { return &h; }
   Error done() {
-    Error e = close(h);
+    Error e = h ? close(h) : FAT_OK;
     h = nullptr;
     return e;
   }
 };
-
-std::string pattern(size_t n, unsigned seed) {
-  std::string s(n, '\0');
-  for (size_t i = 0; i < n; ++i) {
-    s[i] = static_cast<char>((i * 131 + seed * 17 + i / 7) & 0xFF);
-  }
-  return s;
-}
 
 Error putFile(FatHandle dir, const std::string &name, const std::string &data) {
   H f;
@@ -51,8 +41,7 @@ Error putFile(FatHandle dir, const std::string &name, const std::string &data) {
   return e != FAT_OK ? e : c;
 }
 
-std::string getFile(FatHandle dir, const std::string &name,
-                    Error *err = nullptr) {
+std::string getFile(FatHandle dir, const std::string &name) {
   H f;
   std::string out;
   Error e = openFile(dir, name.c_str(), f.out());
@@ -63,7 +52,6 @@ std::string getFile(FatHandle dir, const std::string &name,
          got) {
     out.append(buf, got);
   }
-  if (err) *err = e;
   return out;
 }
 
@@ -74,8 +62,7 @@ struct Listed {
 };
 std::vector<Listed> list(FatHandle dir) {
   std::vector<Listed> out;
-  int64_t n = entryCount(dir);
-  for (int64_t i = 0; i < n; ++i) {
+  for (int64_t i = 0, n = entryCount(dir); i < n; ++i) {
     uint8_t present = 0, isDir = 0;
     char *name = nullptr;
     uint64_t size = 0;
@@ -120,64 +107,53 @@ TEST_F(FatImageTest, FormatsAndNamesMatchMtools) {
   ASSERT_EQ(1474560u, bytes.size());
   EXPECT_EQ("\x55\xAA", bytes.substr(510, 2));
   expectClean();
-  EXPECT_TRUE(gp::test::mdirList(image).empty());
-  const std::vector<std::pair<std::string, std::string>> files = {
-      {"preseed.cfg", pattern(300, 1)},
-      {"AUTOUN~0.XML", pattern(0, 2)},
-      {"winnt.SIF", pattern(512, 3)},
-      {"A long file name.txt", pattern(5000, 4)},
-      {"A long file name.txt2", pattern(1025, 5)},
-      {"Mixed.Txt", pattern(70000, 6)},
-      {"r\xC3\xA9sum\xC3\xA9.cfg", pattern(10, 7)},
+  const struct {
+    std::string name, alias, data;
+  } files[] = {
+      {"preseed.cfg", "preseed.cfg", pattern(300, 1)},
+      {"AUTOUN~0.XML", "AUTOUN~0.XML", pattern(0, 2)},
+      {"winnt.SIF", "winnt.SIF", pattern(512, 3)},  // case bit on the base
+      {"A long file name.txt", "ALONGF~1.TXT", pattern(5000, 4)},
+      {"A long file name.txt2", "ALONGF~2.TXT", pattern(1025, 5)},
+      {"Mixed.Txt", "MIXED.TXT", pattern(70000, 6)},
+      {"r\xC3\xA9sum\xC3\xA9.cfg", "R_SUM_~1.CFG", pattern(10, 7)},
   };
-  for (const auto &[name, data] : files) {
-    ASSERT_EQ(FAT_OK, putFile(root.h, name, data)) << name;
+  for (const auto &f : files) {
+    ASSERT_EQ(FAT_OK, putFile(root.h, f.name, f.data)) << f.name;
   }
   // The volume is still open: each close has already written its file.
   expectClean();
-  // "winnt.SIF": a lower-case base alone has a case bit.
-  const char *shortNames[] = {"preseed.cfg",  "AUTOUN~0.XML", "winnt.SIF",
-                              "ALONGF~1.TXT", "ALONGF~2.TXT", "MIXED.TXT"};
   auto listed = gp::test::mdirList(image);
   auto ours = list(root.h);
-  ASSERT_EQ(files.size(), listed.size());
-  ASSERT_EQ(files.size(), ours.size());
-  for (size_t i = 0; i < files.size(); ++i) {
-    const auto &[name, data] = files[i];
-    if (i < 6) {
-      EXPECT_EQ(shortNames[i], listed[i].shortName);
-    }
-    EXPECT_EQ(i >= 3 ? name : "", listed[i].longName);
-    EXPECT_EQ(std::to_string(data.size()), listed[i].size) << name;
-    std::string back;
-    ASSERT_TRUE(gp::test::mcopyOut(image, name, back)) << name;
-    EXPECT_EQ(data, back) << name;
-    EXPECT_EQ(name, ours[i].name);
-    EXPECT_EQ(data.size(), ours[i].size);
+  ASSERT_EQ(7u, listed.size());
+  ASSERT_EQ(7u, ours.size());
+  for (size_t i = 0; i < 7; ++i) {
+    EXPECT_EQ(files[i].alias, listed[i].shortName);
+    EXPECT_EQ(i >= 3 ? files[i].name : "", listed[i].longName);
+    EXPECT_EQ(std::to_string(files[i].data.size()), listed[i].size);
+    EXPECT_EQ(files[i].name, ours[i].name);
+    EXPECT_EQ(files[i].data.size(), ours[i].size);
   }
   // Lookups ignore case and find a file by its alias too.
-  EXPECT_EQ(files[0].second, getFile(root.h, "PRESEED.CFG"));
-  EXPECT_EQ(files[3].second, getFile(root.h, "alongf~1.txt"));
+  EXPECT_EQ(files[0].data, getFile(root.h, "PRESEED.CFG"));
+  EXPECT_EQ(files[3].data, getFile(root.h, "alongf~1.txt"));
   H f;
   EXPECT_EQ(FAT_ERR_EXISTS, createFile(root.h, "Preseed.Cfg", f.out()));
-  for (const char *bad :
-       {"", ".", "..", "a/b", "a\\b", "x?", "end.", "tab\t", "\xC3(bad-utf8"}) {
-    EXPECT_EQ(FAT_ERR_BAD_NAME, createFile(root.h, bad, f.out())) << bad;
+  const std::string bads[] = {
+      "",   ".",    "..",    "a/b",           "a\\b",
+      "x?", "end.", "tab\t", "\xC3(bad-utf8", std::string(256, 'n')};
+  for (const std::string &bad : bads) {
+    EXPECT_EQ(FAT_ERR_BAD_NAME, createFile(root.h, bad.c_str(), f.out()))
+        << bad;
   }
-  EXPECT_EQ(FAT_ERR_BAD_NAME,
-            createFile(root.h, std::string(256, 'n').c_str(), f.out()));
-  H other;
-  ASSERT_EQ(FAT_OK, openVolume(nullptr, image.c_str(), 0, other.out()));
-  EXPECT_EQ(FAT_ERR_UNSUPPORTED, skipVolumeBoot(other.h, 2));
 }
 
 TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
   ASSERT_TRUE(gp::test::mkfsFat12(image));
-  std::string big = pattern(40000, 9), small = "hello\n";
+  std::string big = pattern(40000, 9);
   gp::test::writeFile(tmp / "big", big);
-  gp::test::writeFile(tmp / "small", small);
   ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "big", "Driver Package.inf"));
-  ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "small", "txtsetup.oem"));
+  ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "big", "txtsetup.oem"));
   ASSERT_EQ(0, gp::test::runCommand("MTOOLS_SKIP_CHECK=1 mmd -i " + image +
                                     " ::/sub"));
   ASSERT_TRUE(gp::test::mcopyIn(image, tmp / "big", "sub/inner.bin"));
@@ -185,21 +161,16 @@ TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
   auto ours = list(root.h);
   ASSERT_EQ(3u, ours.size());
   EXPECT_EQ("Driver Package.inf", ours[0].name);
-  EXPECT_EQ(40000u, ours[0].size);
   EXPECT_EQ("txtsetup.oem", ours[1].name);
   EXPECT_TRUE(ours[2].dir);
   EXPECT_EQ(big, getFile(root.h, "driver package.INF"));
-  EXPECT_EQ(small, getFile(root.h, "TXTSETUP.OEM"));
   H sub;
   ASSERT_EQ(FAT_OK, openDirectory(root.h, "SUB", sub.out()));
   EXPECT_EQ(big, getFile(sub.h, "inner.bin"));
-  Error isDir, missing;
-  getFile(root.h, "sub", &isDir);
-  getFile(root.h, "missing.txt", &missing);
-  EXPECT_EQ(FAT_ERR_IS_DIR, isDir);
-  EXPECT_EQ(FAT_ERR_NOT_FOUND, missing);
-  // Read only: nothing may change.
   H f;
+  EXPECT_EQ(FAT_ERR_IS_DIR, openFile(root.h, "sub", f.out()));
+  EXPECT_EQ(FAT_ERR_NOT_FOUND, openFile(root.h, "missing.txt", f.out()));
+  // Read only: nothing may change.
   EXPECT_EQ(FAT_ERR_READ_ONLY, createFile(root.h, "new.txt", f.out()));
   ASSERT_EQ(FAT_OK, openFile(root.h, "txtsetup.oem", f.out()));
   uint32_t done;
@@ -211,16 +182,13 @@ TEST_F(FatImageTest, ReadsWhatMkfsAndMcopyMade) {
   ASSERT_EQ(FAT_OK, reopen(1));
   ASSERT_EQ(FAT_OK, openDirectory(root.h, "sub", sub.out()));
   for (int i = 0; i < 70; ++i) {
-    ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x"))
-        << i;
+    ASSERT_EQ(FAT_OK, putFile(sub.h, "file number " + std::to_string(i), "x"));
   }
   expectClean();
-  std::string back;
-  ASSERT_TRUE(gp::test::mcopyOut(image, "sub/file number 69", back));
-  EXPECT_EQ("x", back);
+  EXPECT_EQ(71u, gp::test::mdirList(image, "::/sub").size());
 }
 
-TEST_F(FatImageTest, WritesAtOffsetsGrowTheChain) {
+TEST_F(FatImageTest, WritesAtOffsetsAndFailedWriteBacks) {
   format();
   H f;
   ASSERT_EQ(FAT_OK, createFile(root.h, "sparse.bin", f.out()));
@@ -243,10 +211,25 @@ TEST_F(FatImageTest, WritesAtOffsetsGrowTheChain) {
   std::string back;
   ASSERT_TRUE(gp::test::mcopyOut(image, "sparse.bin", back));
   EXPECT_EQ(expect, back);
-  EXPECT_EQ(expect, getFile(root.h, "sparse.bin"));
   ASSERT_EQ(FAT_OK, openFile(root.h, "sparse.bin", f.out()));
   EXPECT_EQ(FAT_ERR_TOO_LARGE,
             writeFile(f.h, 0xFFFFFFF0u, "0123456789abcdefg", 17, &done));
+  // A failed write-back is reported; the changes stay pending and reach the
+  // file with the volume.
+  ASSERT_EQ(FAT_OK, createFile(root.h, "a.txt", g.out()));
+  ASSERT_EQ(FAT_OK, writeFile(g.h, 0, "data", 4, &done));
+  gp::HostOps ops = gp::hostOps();
+  ops.pwrite = [](int, const void *, size_t, off_t) -> ssize_t {
+    return errno = ENOSPC, -1;
+  };
+  {
+    gp::ScopedHostOps failing(ops);
+    EXPECT_EQ(FAT_ERR_IO, g.done());
+  }
+  EXPECT_EQ(FAT_OK, vol.done());
+  std::string pending;
+  ASSERT_TRUE(gp::test::mcopyOut(image, "a.txt", pending));
+  EXPECT_EQ("data", pending);
   expectClean();
 }
 
@@ -265,35 +248,12 @@ TEST_F(FatImageTest, FullDiskAndFullRootAreCleanErrors) {
 
   ASSERT_EQ(FAT_OK, reopen());
   for (int i = 3; i < 224; ++i) {
-    ASSERT_EQ(FAT_OK, putFile(root.h, "f" + std::to_string(i) + ".txt", ""))
-        << i;
+    ASSERT_EQ(FAT_OK, putFile(root.h, "f" + std::to_string(i) + ".txt", ""));
   }
   H f;
   EXPECT_EQ(FAT_ERR_DIR_FULL, createFile(root.h, "one.txt", f.out()));
   expectClean();
   EXPECT_EQ(224u, gp::test::mdirList(image).size());
-}
-
-TEST_F(FatImageTest, FailedWriteBackIsReported) {
-  format();
-  H f;
-  ASSERT_EQ(FAT_OK, createFile(root.h, "a.txt", f.out()));
-  uint32_t done;
-  ASSERT_EQ(FAT_OK, writeFile(f.h, 0, "data", 4, &done));
-  gp::HostOps ops = gp::hostOps();
-  ops.pwrite = [](int, const void *, size_t, off_t) -> ssize_t {
-    errno = ENOSPC;
-    return -1;
-  };
-  {
-    gp::ScopedHostOps failing(ops);
-    EXPECT_EQ(FAT_ERR_IO, f.done());
-  }
-  // The changes are still pending and reach the file with the volume.
-  EXPECT_EQ(FAT_OK, vol.done());
-  std::string back;
-  ASSERT_TRUE(gp::test::mcopyOut(image, "a.txt", back));
-  EXPECT_EQ("data", back);
 }
 
 // Hostile images: geometry, chains and sizes that cannot be trusted.
@@ -312,26 +272,13 @@ class HostileImageTest : public FatImageTest {
     bytes[off] = static_cast<char>(v);
     bytes[off + 1] = static_cast<char>(v >> 8);
   }
-  void setFat(uint32_t cluster, uint32_t value) {
-    for (size_t fat : {512u, 512u + 9 * 512}) {
-      auto *p = reinterpret_cast<uint8_t *>(&bytes[fat + cluster * 3 / 2]);
-      if (cluster & 1) {
-        p[0] = static_cast<uint8_t>((p[0] & 0x0F) | (value << 4));
-        p[1] = static_cast<uint8_t>(value >> 4);
-      } else {
-        p[0] = static_cast<uint8_t>(value);
-        p[1] = static_cast<uint8_t>((p[1] & 0xF0) | (value >> 8));
-      }
+  void setFat(uint32_t cluster, uint32_t value) {  // in both copies
+    for (size_t at : {512 + cluster * 3 / 2, 5120 + cluster * 3 / 2}) {
+      auto *p = reinterpret_cast<uint8_t *>(&bytes[at]);
+      uint32_t old = p[0] | p[1] << 8;
+      put16(at,
+            cluster & 1 ? (old & 0x000F) | value << 4 : (old & 0xF000) | value);
     }
-  }
-  Error openWith(Error *fileErr) {
-    gp::test::writeFile(image, bytes);
-    Error e = reopen(1);
-    if (e == FAT_OK) {
-      list(root.h);
-      getFile(root.h, "three.bin", fileErr);
-    }
-    return e;
   }
 };
 
@@ -346,64 +293,51 @@ TEST_F(HostileImageTest, BadGeometryAndBrokenChainsAreRefused) {
     std::function<void()> mutate;
     Error open, file;
   } cases[] = {
-      {"zero bytes per sector", [&] { put16(11, 0); }, bad, ok},
       {"odd bytes per sector", [&] { put16(11, 513); }, bad, ok},
       {"zero sectors per cluster", [&] { bytes[13] = 0; }, bad, ok},
-      {"three sectors per cluster", [&] { bytes[13] = 3; }, bad, ok},
       {"no FAT", [&] { bytes[16] = 0; }, bad, ok},
       {"no root directory", [&] { put16(17, 0); }, FAT_ERR_UNSUPPORTED, ok},
       {"huge root directory", [&] { put16(17, 0xFFF0); }, bad, ok},
       {"more sectors than the file", [&] { put16(19, 0xFFFF); }, bad, ok},
       {"no data area", [&] { put16(19, 33); }, bad, ok},
       {"FAT too small", [&] { put16(22, 1); }, bad, ok},
-      {"truncated", [&] { bytes.resize(1000); }, bad, ok},
       {"shorter than a sector", [&] { bytes.resize(100); }, bad, ok},
       {"FAT points outside", [&] { setFat(3, 0xF00); }, ok, bad},
       {"chain loops", [&] { setFat(4, 2); }, ok, bad},
       {"free cluster in chain", [&] { setFat(3, 0); }, ok, bad},
-      {"bad cluster mark", [&] { setFat(3, 0xFF7); }, ok, bad},
       {"size beyond chain", [&] { put16(entry + 28, 1537); }, ok, bad},
-      {"first cluster outside", [&] { put16(entry + 26, 0xFF0); }, ok, bad},
   };
   for (const auto &c : cases) {
     bytes = good;
     c.mutate();
-    Error fileErr = FAT_OK;
-    EXPECT_EQ(c.open, openWith(&fileErr)) << c.what;
-    EXPECT_EQ(c.file, fileErr) << c.what;
+    gp::test::writeFile(image, bytes);
+    EXPECT_EQ(c.open, reopen(1)) << c.what;
+    if (c.open == FAT_OK) {
+      list(root.h);
+      H f;
+      EXPECT_EQ(c.file, openFile(root.h, "three.bin", f.out())) << c.what;
+    }
   }
 }
 
+// A long name that says "../" is dropped for the short one; a short name
+// with a slash shows '_' in its place.
 TEST_F(HostileImageTest, NamesFromTheImageCarryNoPathSeparator) {
-  // A long name piece that says "../x" and a short name with a slash.
+  ASSERT_EQ(FAT_OK, reopen());
+  ASSERT_EQ(FAT_OK, putFile(root.h, "abc def", ""));  // slots 1 and 2
+  root.done();
+  ASSERT_EQ(FAT_OK, vol.done());
+  bytes = gp::test::readFile(image);
   const size_t root0 = 19 * 512;
-  std::u16string evil = u"../evil";
-  std::string lfn(32, '\xFF');
-  lfn[0] = 0x41;
-  lfn[11] = 0x0F;
-  lfn[12] = 0;
-  const uint8_t shortName[] = "A/B     TXT";
-  uint8_t sum = 0;
-  for (int i = 0; i < 11; ++i)
-    sum = static_cast<uint8_t>(((sum & 1) << 7) + (sum >> 1) + shortName[i]);
-  lfn[13] = static_cast<char>(sum);
-  lfn[26] = lfn[27] = 0;
-  const int offs[] = {1, 3, 5, 7, 9, 14, 16, 18};
-  for (size_t k = 0; k <= evil.size(); ++k) {
-    char16_t u = k < evil.size() ? evil[k] : 0;
-    lfn[offs[k]] = static_cast<char>(u);
-    lfn[offs[k] + 1] = static_cast<char>(u >> 8);
-  }
-  std::string shortEntry = bytes.substr(root0, 32);
-  shortEntry.replace(0, 11, reinterpret_cast<const char *>(shortName), 11);
-  shortEntry[12] = 0;  // no case bits
-  bytes.replace(root0, 32, lfn);
-  bytes.replace(root0 + 32, 32, shortEntry);
+  bytes[root0 + 1] = '/';
+  bytes[root0 + 32 + 1] = bytes[root0 + 32 + 3] = '.';
+  bytes[root0 + 32 + 5] = '/';
   gp::test::writeFile(image, bytes);
   ASSERT_EQ(FAT_OK, reopen(0));
   auto ours = list(root.h);
-  ASSERT_EQ(1u, ours.size());
-  EXPECT_EQ("A_B.TXT", ours[0].name);
+  ASSERT_EQ(2u, ours.size());
+  EXPECT_EQ("t_ree.bin", ours[0].name);
+  EXPECT_EQ("ABCDEF~1", ours[1].name);
 }
 
 TEST_F(HostileImageTest, NothingIsWrittenPastTheVolume) {

@@ -65,6 +65,14 @@ bool mcopyIn(const std::string &image, const std::string &hostPath,
                     shellQuote("::/" + name)) == 0;
 }
 
+std::string pattern(size_t n, unsigned seed) {
+  std::string s(n, '\0');
+  for (size_t i = 0; i < n; ++i) {
+    s[i] = static_cast<char>((i * 131 + seed * 17 + i / 7 + i / 509) & 0xFF);
+  }
+  return s;
+}
+
 bool mkfsFat12(const std::string &image) {
   return runCommand("mkfs.fat -C -F 12 " + shellQuote(image) +
                     " 1440 >/dev/null 2>&1") == 0;

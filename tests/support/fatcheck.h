@@ -27,6 +27,9 @@ bool mcopyOut(const std::string &image, const std::string &name,
 bool mcopyIn(const std::string &image, const std::string &hostPath,
              const std::string &name);
 
+// `n` bytes that repeat neither per sector nor per cluster.
+std::string pattern(size_t n, unsigned seed);
+
 // A new image made with mkfs.fat -C -F 12 (1440 KiB).
 bool mkfsFat12(const std::string &image);
 
