@@ -167,8 +167,8 @@ TEST(OtherMedia, MacOsOnlyWhenAsked) {
   EXPECT_EQ(identify(lion).rc, GUESS_NOT_FOUND);
   const std::string bootCamp = std::string("Boot Camp/Documentation/") + guide;
   for (auto [tree, name, name64] :
-       {std::tuple<FileTree, const char *, const char *>{
-            lion, "darwin11", "darwin11-64"},
+       {std::tuple<FileTree, const char *, const char *>{lion, "darwin11",
+                                                         "darwin11-64"},
         {{{guide, "pdf"}}, "darwin", "darwin-64"},
         {{{bootCamp, "pdf"}}, "darwin10", "darwin10-64"},
         {{{"README", "x"}}, nullptr, nullptr}}) {

@@ -50,9 +50,12 @@ TEST(MediaAccess, CaseVariantsAndWholeFiles) {
   // Primary-only images hold upper-case names; lower-case paths and names
   // still find them.
   const std::string exact(2048, 'x'), more(2049, 'z');
-  Medium m({{"ISOLINUX/ISOLINUX.CFG", "x"}, {"README", "hello\n"},
-            {"DOCS/SUB/NOTES.TXT", "deep\n"}, {"EXACT", exact},
-            {"MORE", more}, {"EMPTY", ""}},
+  Medium m({{"ISOLINUX/ISOLINUX.CFG", "x"},
+            {"README", "hello\n"},
+            {"DOCS/SUB/NOTES.TXT", "deep\n"},
+            {"EXACT", exact},
+            {"MORE", more},
+            {"EMPTY", ""}},
            IsoFlavor::Primary);
   EXPECT_TRUE(Guess_FileExists(m.get(), "isolinux", "isolinux.cfg"));
   EXPECT_FALSE(Guess_FileExists(m.get(), "isolinux", "missing.cfg"));
@@ -80,7 +83,8 @@ TEST(MediaAccess, MixedCaseListingRewindAndPrefix) {
   ASSERT_NE(nullptr, dir);
   for (int pass = 0; pass < 2; ++pass) {  // the second after a rewind
     std::vector<std::string> names;
-    while (const char *name = Guess_ReadDir(m.get(), dir)) names.push_back(name);
+    while (const char *name = Guess_ReadDir(m.get(), dir))
+      names.push_back(name);
     EXPECT_EQ(names, (std::vector<std::string>{"alpha", "Beta"}));
     EXPECT_TRUE(Guess_RewindDir(m.get(), dir));
   }

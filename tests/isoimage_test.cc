@@ -29,12 +29,15 @@ std::string pattern(size_t size, char seed) {
 }
 
 std::string sampleIso(IsoFlavor flavor) {
-  return test::isoFromTree(
-      {{"README.TXT", "read me\n"}, {"NOEXT", "no extension\n"},
-       {"EMPTY.TXT", ""}, {"EXACT.BIN", pattern(2048, 'a')},
-       {"BIG.BIN", pattern(5000, 'A')}, {"isolinux/isolinux.cfg", "linux\n"},
-       {"a/b/c/d/e/f/DEEP.TXT", "deep\n"}, {"EMPTYDIR/", ""}},
-      flavor);
+  return test::isoFromTree({{"README.TXT", "read me\n"},
+                            {"NOEXT", "no extension\n"},
+                            {"EMPTY.TXT", ""},
+                            {"EXACT.BIN", pattern(2048, 'a')},
+                            {"BIG.BIN", pattern(5000, 'A')},
+                            {"isolinux/isolinux.cfg", "linux\n"},
+                            {"a/b/c/d/e/f/DEEP.TXT", "deep\n"},
+                            {"EMPTYDIR/", ""}},
+                           flavor);
 }
 
 using ImagePtr = std::unique_ptr<IsoImage, void (*)(IsoImage *)>;
@@ -319,8 +322,8 @@ TEST(IsoImageHostile, DamagedImagesFailCleanly) {
 }
 
 TEST(IsoImageRecords, JolietNamesBecomeUtf8) {
-  const uint8_t raw[] = {0, 'c', 0, 'a', 0, 'f', 0, 0xE9, 0xD8, 0x3D, 0xDE, 0,
-                         0, ';', 0, '1'};
+  const uint8_t raw[] = {0,    'c',  0,    'a', 0, 'f', 0, 0xE9,
+                         0xD8, 0x3D, 0xDE, 0,   0, ';', 0, '1'};
   std::string name;
   ASSERT_TRUE(rec::jolietName(rec::Bytes{raw, sizeof raw}, name));
   EXPECT_EQ(name, "caf\xC3\xA9\xF0\x9F\x98\x80");
