@@ -56,11 +56,10 @@ FileTree walk(UdfImage *image, const std::string &path = "") {
   FileTree out;
   while (const char *entry = readDir(dir)) {
     std::string name = entry, full = path.empty() ? name : path + "/" + name;
-    std::string contents = slurp(image, path, name);
-    if (contents == "<absent>")
-      out.merge(walk(image, full));
+    if (std::string data = slurp(image, path, name); data != "<absent>")
+      out[full] = data;
     else
-      out[full] = contents;
+      out.merge(walk(image, full));
   }
   closeDir(dir);
   return out;
@@ -140,8 +139,7 @@ TEST(UdfImage, MkudffsRevisionsAndBlockSizes) {
        {"-m hd -r 1.50 -b 4096", "-m hd -r 2.01 -b 512", "-m cdr -r 1.50",
         "-m cdr -r 2.01", "-m bdr -r 2.60"}) {
     ImagePtr image = openImage(mkudffsImage(options));
-    ASSERT_NE(image, nullptr) << options;
-    EXPECT_TRUE(walk(image.get()).empty());
+    EXPECT_TRUE(image && walk(image.get()).empty()) << options;
   }
 }
 
