@@ -45,24 +45,15 @@ std::string volumeImage(const test::TempDir &dir, const FileTree &tree,
 }
 
 // A medium record of the test's own, for detectors outside the table.
-class Medium {
- public:
-  explicit Medium(const FileTree &tree) {
+struct Medium : GuessMedium {
+  explicit Medium(const FileTree &tree) : GuessMedium{} {
     std::string image = test::isoFromTree(tree, IsoFlavor::JolietRockRidge);
-    medium_.kind = GUESS_MEDIUM_ISO9660;
-    medium_.path = heapCopy(image);
-    EXPECT_EQ(iso::open(image.c_str(), iso::listFormats(image.c_str()), 0,
-                        &medium_.isoImage),
+    kind = GUESS_MEDIUM_ISO9660;
+    path = heapCopy(image);
+    EXPECT_EQ(iso::open(path, iso::listFormats(path), 0, &isoImage),
               iso::ISO_OK);
   }
-  ~Medium() {
-    iso::close(medium_.isoImage);
-    std::free(medium_.path);
-  }
-  GuessMedium *get() { return &medium_; }
-
- private:
-  GuessMedium medium_{};
+  ~Medium() { iso::close(isoImage), std::free(path); }
 };
 
 const char kCfg[] = "label linux\n  kernel vmlinuz\n";
@@ -72,41 +63,32 @@ TEST(MandrivaMedia, VolumeIdentifierAndProductFile) {
                    {"i586/product.id",
                     "vendor=Mandriva,arch=i586,version=2006.0,product=Free"}};
   // The volume identifier names both release and architecture: product.id
-  // is not read.
+  // is not read. Without the architecture, product.id adds it and its
+  // release text, but an older release keeps the volume's code.
   test::TempDir dir;
-  Result r = identify(volumeImage(dir, tree, "Mandriva.2010.0.x86_64"));
-  EXPECT_EQ(r.name(), "mandriva-64");
-  EXPECT_EQ(r.info.subVersion,
-            uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
-  EXPECT_FALSE(r.info.noIsolinux);
-  EXPECT_STREQ(r.info.versionString, "");
-  // Without the architecture, product.id adds it and its release text but
-  // an older release keeps the volume's code.
-  r = identify(volumeImage(dir, tree, "Mandriva.2010.0"));
-  EXPECT_EQ(r.name(), "mandriva");
-  EXPECT_EQ(r.info.subVersion,
-            uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
-  EXPECT_STREQ(r.info.versionString, "2006.0");
+  for (auto [volumeId, name, version] :
+       {std::tuple{"Mandriva.2010.0.x86_64", "mandriva-64", ""},
+        {"Mandriva.2010.0", "mandriva", "2006.0"}}) {
+    Result r = identify(volumeImage(dir, tree, volumeId));
+    EXPECT_EQ(r.name(), name);
+    EXPECT_EQ(r.info.subVersion,
+              uint32_t(GUESS_VERSION_MANDRIVA_2008_1_OR_HIGHER));
+    EXPECT_FALSE(r.info.noIsolinux);
+    EXPECT_STREQ(r.info.versionString, version);
+  }
 }
 
 std::string elfWithMachine(char machine) {
-  std::string header(64, '\0');
-  header[18] = machine;
-  return header;
+  return std::string(18, '\0') + machine + std::string(45, '\0');
 }
 
 TEST(LinuxMedia, MarkersCodesAndIsolinux) {
   const char sled[] = "PRODUCT SUSE SLED\nVERSION 10.1\nDEFAULTBASE i586\n";
   const char products[] = "/ SUSE-Linux-Enterprise-Desktop-i386 10-0\n";
   const char mdv[] = "vendor=Mandriva,version=2008.0,arch=x86_64";
-  const struct {
-    FileTree tree;
-    const char *name;  // null: not recognised
-    uint32_t code;
-    bool noIsolinux;
-    const char *versionString;
-  } cases[] = {
-      // clang-format off
+  // A null name: not recognised.
+  // clang-format off
+  const struct { FileTree tree; const char *name; uint32_t code; bool noIsolinux; const char *versionString; } cases[] = {
       {{{"x86_64/product.id", mdv}}, "mandriva-64", GUESS_VERSION_MANDRIVA_2008_0, true, "2008.0"},
       // isolinux is not looked for when VERSION exists.
       {{{"VERSION", "Mandrake Linux 10.1 x86_64\n"}}, "mandrake", 0, false, ""},
@@ -122,8 +104,7 @@ TEST(LinuxMedia, MarkersCodesAndIsolinux) {
       {{{".S.u.S.E-disk-000.20041222", ""}}, "suse", 0, true, ""},
       {{{".s.u.s.e-disk-000", ""}}, nullptr, 0, false, ""},
       {{{"README", "Turbolinux 10 Server\n"}}, "turbolinux", 0, false, ""},
-      // clang-format on
-  };
+  };  // clang-format on
   for (const auto &c : cases) {
     SCOPED_TRACE(c.tree.begin()->first + ": " + c.tree.begin()->second);
     Result r = identify(c.tree);
@@ -139,10 +120,11 @@ TEST(OtherMedia, MarkersListingAndDetectorOrder) {
   const std::string elf64 = elfWithMachine(62);
   const char ubuntu[] = "Ubuntu 10.04 - Release i386";
   const char opensuse[] = "NAME openSUSE\nVERSION 11.3\nBASEARCHS i586\n";
-  const struct {
-    FileTree tree;
-    const char *name;
-  } cases[] = {
+  const char orvex[] =
+      "<iso_build><product><name>Zentav Orvex</name>"
+      "<orvex_version>4.0</orvex_version></product></iso_build>";
+  // clang-format off
+  const struct { FileTree tree; const char *name; } cases[] = {
       // The root listing is sorted; the first marker listed decides.
       {{{"Solaris_9/", ""}, {"Solaris_8/", ""}}, "solaris8"},
       {{{"nw51/", ""}, {"netware6/", ""}}, "netware6"},
@@ -151,21 +133,16 @@ TEST(OtherMedia, MarkersListingAndDetectorOrder) {
       {{{"boot/kernel/kernel", elfWithMachine(3)}}, "freeBSD"},
       // The root kernel is read first, even when it is no ELF image.
       {{{"kernel", "abc"}, {"boot/kernel/kernel", elf64}}, "freeBSD"},
-      {{{"packages.xml",
-         "<iso_build><product><name>Zentav Orvex</name>"
-         "<orvex_version>4.0</orvex_version></product>"
-         "</iso_build>"}},
-       "ztkernel"},
+      {{{"packages.xml", orvex}}, "ztkernel"},
       {{{"packages.xml", "<iso_build><product>"}}, "(none)"},
       {{{"isolinux.cfg", "MENU TITLE Orvexi-5\n"}}, "ztkernel5"},
       // An earlier detector in the table wins.
-      {{{"VERSION", "Mandriva Linux 2009.0 i586"}, {".disk/info", ubuntu}},
-       "mandriva"},
+      {{{"VERSION", "Mandriva Linux 2009.0 i586"}, {".disk/info", ubuntu}}, "mandriva"},
       {{{".disk/info", ubuntu}, {"content", opensuse}}, "ubuntu"},
       {{{"content", opensuse}, {"README", "Turbolinux"}}, "opensuse"},
       {{{"Solaris_10/", ""}, {"kernel", "k"}}, "solaris10"},
       {{{"kernel", "k"}, {"isolinux.cfg", "MENU TITLE Orvexi-5"}}, "freeBSD"},
-  };
+  };  // clang-format on
   for (const auto &c : cases) {
     EXPECT_EQ(identify(c.tree).name(), c.name) << c.tree.begin()->first;
   }
@@ -179,7 +156,7 @@ TEST(OtherMedia, SolarisSixtyFourBitEdition) {
   Medium medium(FileTree{{"Solaris_9/", ""}});
   GuessInfo info{};
   info.osName64 = "stale";
-  EXPECT_TRUE(Guess_Solaris(medium.get(), &info));
+  EXPECT_TRUE(Guess_Solaris(&medium, &info));
   EXPECT_STREQ(info.osName, "solaris9");
   EXPECT_EQ(info.osName64, nullptr);
 }
@@ -188,28 +165,19 @@ TEST(OtherMedia, MacOsOnlyWhenAsked) {
   const char guide[] = "Boot Camp Installation & Setup Guide.pdf";
   FileTree lion = {{"Install Mac OS X Lion.app", "x"}, {guide, "pdf"}};
   EXPECT_EQ(identify(lion).rc, GUESS_NOT_FOUND);
-  const struct {
-    FileTree tree;
-    const char *name;
-    const char *name64;
-  } cases[] = {
-      {lion, "darwin11", "darwin11-64"},
-      {{{guide, "pdf"}}, "darwin", "darwin-64"},
-      {{{std::string("Boot Camp/Documentation/") + guide, "pdf"}},
-       "darwin10",
-       "darwin10-64"},
-  };
-  for (const auto &c : cases) {
-    Medium medium(c.tree);
+  const std::string bootCamp = std::string("Boot Camp/Documentation/") + guide;
+  for (auto [tree, name, name64] :
+       {std::tuple<FileTree, const char *, const char *>{lion, "darwin11",
+                                                         "darwin11-64"},
+        {{{guide, "pdf"}}, "darwin", "darwin-64"},
+        {{{bootCamp, "pdf"}}, "darwin10", "darwin10-64"},
+        {{{"README", "x"}}, nullptr, nullptr}}) {
+    Medium medium(tree);
     GuessInfo info{};
-    EXPECT_TRUE(Guess_MacOS(medium.get(), &info));
-    EXPECT_STREQ(info.osName, c.name);
-    EXPECT_STREQ(info.osName64, c.name64);
+    EXPECT_EQ(Guess_MacOS(&medium, &info), name != nullptr);
+    EXPECT_STREQ(info.osName, name);
+    EXPECT_STREQ(info.osName64, name64);
   }
-  Medium empty(FileTree{{"README", "x"}});
-  GuessInfo info{};
-  EXPECT_FALSE(Guess_MacOS(empty.get(), &info));
-  EXPECT_EQ(info.osName, nullptr);
 }
 
 }  // namespace

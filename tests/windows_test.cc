@@ -23,7 +23,6 @@ struct Outcome {
   }
   std::string osName() const { return info.osName ? info.osName : "<none>"; }
 };
-
 Outcome identify(const FileTree &tree) {
   return Outcome(test::udfBridgeFromTree(tree));
 }
@@ -41,31 +40,29 @@ FileTree nt(const std::string &dir, const std::string &key,
 }
 
 TEST(WindowsNTAnd9x, ProductsKeysDirectoriesAndLocalization) {
+  FileTree both = nt("I386", "srv_id", "Windows Server 2003, Enterprise");
+  both["I386/TXTSETUP.SIF"] += "wks_id = \"Windows XP Home Edition\"\r\n";
+  both.merge(nt("AMD64", "wks_id", "Windows XP Professional x64 Edition"));
+  // clang-format off
   for (const auto &[tree, osName, language] : {
-           std::tuple{nt("I386", "wks_id", "Windows XP Home Edition"),
-                      "winXPHome", std::string()},
-           {nt("I386", "wks_id", "Windows XP Professional x64 Edition"),
-            "winXPPro-64", ""},
+           std::tuple{nt("I386", "wks_id", "Windows XP Home Edition"), "winXPHome", std::string()},
            // A table name is compared whole and case-sensitively; this one
            // falls through to the substring rules and matches none.
-           {nt("I386", "wks_id", "microsoft windows 2000 server"), "<none>",
-            ""},
+           {nt("I386", "wks_id", "microsoft windows 2000 server"), "<none>", ""},
            // An AMD64-only medium, its localisation next to the setup file.
-           {nt("AMD64", "srv_id", "Windows Server 2003 Standard x64 Edition",
-               "English"),
-            "winNetStandard-64", "English"},
+           {nt("AMD64", "srv_id", "Windows Server 2003 Standard x64 Edition", "English"), "winNetStandard-64", "English"},
            // "wks_id" without its blank is not the key.
-           {{{"I386/TXTSETUP.SIF", "wks_id=\"Windows XP Pro\"\r\n"}},
-            "<none>",
-            ""},
+           {{{"I386/TXTSETUP.SIF", "wks_id=\"Windows XP Pro\"\r\n"}}, "<none>", ""},
            // A value longer than the field is cut to 127 characters.
-           {nt("I386", "wks_id", "Windows XP Pro", std::string(200, 'L')),
-            "winXPPro", std::string(127, 'L')},
+           {nt("I386", "wks_id", "Windows XP Pro", std::string(200, 'L')), "winXPPro", std::string(127, 'L')},
            // The 9x family by directory: win9x outranks win95, win98.
            {{{"win98/setup.exe", "x"}}, "win98", ""},
            {{{"WIN98/SETUP.EXE", "x"}, {"win95/a", "x"}}, "win95", ""},
            {{{"win95/a", "x"}, {"win9x/b", "x"}}, "winMe", ""},
+           // I386 outranks AMD64; "wks_id " wins over an earlier "srv_id ".
+           {both, "winXPHome", ""},
        }) {
+    // clang-format on
     SCOPED_TRACE(tree.begin()->first + ": " + tree.begin()->second);
     Outcome o = identify(tree);
     EXPECT_EQ(o.osName(), osName);
@@ -75,11 +72,6 @@ TEST(WindowsNTAnd9x, ProductsKeysDirectoriesAndLocalization) {
     EXPECT_EQ(o.info.language, o.info.osName ? language : "en-US");
     EXPECT_STREQ(o.info.editions, "");
   }
-  // I386 outranks AMD64; "wks_id " wins over an earlier "srv_id ".
-  FileTree both = nt("I386", "srv_id", "Windows Server 2003, Enterprise");
-  both["I386/TXTSETUP.SIF"] += "wks_id = \"Windows XP Home Edition\"\r\n";
-  both.merge(nt("AMD64", "wks_id", "Windows XP Professional x64 Edition"));
-  EXPECT_EQ(identify(both).osName(), "winXPHome");
 }
 
 std::string languages(const std::string &lines) {
@@ -105,6 +97,7 @@ FileTree vista(const std::string &branch = "win7_rtm",
 
 TEST(WindowsVista, ReleaseClasses) {
   const char *const none = "";
+  // clang-format off
   for (auto [branch, type, arch, image, osName] : {
            std::tuple{"vista_gdr", "Server", "amd64", none, "longhorn-64"},
            {"lh_sp2rtm", "Client", "amd64", none, "winvista-64"},
@@ -114,25 +107,20 @@ TEST(WindowsVista, ReleaseClasses) {
            // "xwinmain" is no class by itself, unless an install image name
            // decides it; without a class a server is a Server 2008.
            {"xwinmain", "Client", "amd64", none, "<none>"},
-           {"xwinmain", "Client", "amd64", "install_Windows 7 HOMEBASIC.clg",
-            "windows7-64"},
-           {"xwinmain", "Client", "x86", "INSTALL_WINDOWS VISTA BUSINESS.CLG",
-            "winvista"},
+           {"xwinmain", "Client", "amd64", "install_Windows 7 HOMEBASIC.clg", "windows7-64"},
+           {"xwinmain", "Client", "x86", "INSTALL_WINDOWS VISTA BUSINESS.CLG", "winvista"},
            {"xwinmain", "Server", "AMD64", none, "longhorn"},
            // Without BuildArch= at all nothing is recognised.
            {"win7_rtm", "Client", "", none, "<none>"},
            // staged= decides Windows 8 servers only, case-sensitively.
-           {"win8_rtm", "Server\r\nstaged=ServerStandardCore", "amd64", none,
-            "windows8-64"},
-           {"win8_rtm", "Client\r\nstaged=SERVERSTANDARD,SERVERDATACENTER",
-            "amd64", none, "windows8srv-64"},
-           {"win7_rtm", "Client\r\nstaged=SERVERSTANDARD", "amd64", none,
-            "windows7-64"},
+           {"win8_rtm", "Server\r\nstaged=ServerStandardCore", "amd64", none, "windows8-64"},
+           {"win8_rtm", "Client\r\nstaged=SERVERSTANDARD,SERVERDATACENTER", "amd64", none, "windows8srv-64"},
+           {"win7_rtm", "Client\r\nstaged=SERVERSTANDARD", "amd64", none, "windows7-64"},
        }) {
+    // clang-format on
     SCOPED_TRACE(std::string(branch) + " " + type + " " + arch);
     Outcome o = identify(vista(branch, type, arch, image));
     EXPECT_EQ(o.osName(), osName);
-    EXPECT_EQ(o.rc, o.info.osName ? GUESS_FOUND : GUESS_NOT_FOUND);
     // The chosen language, or the default when nothing is recognised.
     EXPECT_STREQ(o.info.language, o.info.osName ? "de-DE" : "en-US");
   }
@@ -155,13 +143,12 @@ TEST(WindowsVista, EditionsAreWrittenEvenWhenNotRecognised) {
 
 TEST(WindowsVista, LanguageSection) {
   for (auto [lang, language] : {
-           std::pair{languages("en-US = 0\r\nde-DE = 1\r\n"), "de-DE"},
-           // Negative numbers are ignored; a number that is not one stops
-           // the walk; lines without an assignment are skipped.
-           {languages("fr-FR = 2\r\nde-DE = -1\r\n"), "fr-FR"},
+           // The last entry counts, negative numbers aside; a number that is
+           // not one stops the walk; lines without an assignment are skipped.
+           std::pair{languages("en-US = 0\r\nfr-FR = 2\r\nde-DE = -1\r\n"),
+                     "fr-FR"},
            {languages("fr-FR = 2\r\nde-DE = one\r\nja-JP = 3\r\n"), "fr-FR"},
            {languages("no assignment\r\n\r\n\r\nja-JP=4\r\n"), "ja-JP"},
-           {languages("de-DE = -5\r\n"), "en-US"},
            // Without the fallback header the section has no end.
            {std::string("[Available UI Languages]\r\nde-DE = 1\r\n"), "en-US"},
        }) {
@@ -175,17 +162,13 @@ TEST(WindowsVista, LanguageSection) {
 }
 
 // NT media were ISO 9660 images with upper-case 8.3 names; the NT detector
-// runs before the 9x one. The pycdlib image has its files in the UDF tree
-// only.
+// runs before the 9x one. pycdlib puts the files in the UDF tree only.
 TEST(WindowsMedia, Iso9660AndUdfOnlyImages) {
   FileTree xp = nt("I386", "wks_id", "Windows XP Professional", "English");
   xp["WIN9X/SETUP.EXE"] = "MZ";
   Outcome o(test::isoFromTree(xp, IsoFlavor::Primary));
-  EXPECT_EQ(o.rc, GUESS_FOUND);
-  EXPECT_EQ(o.osName(), "winXPPro");
-  EXPECT_STREQ(o.info.language, "English");
+  EXPECT_EQ(o.osName() + " " + o.info.language, "winXPPro English");
   Outcome udfOnly(test::pycdlibUdfFromTree(vista()));
-  EXPECT_EQ(udfOnly.rc, GUESS_FOUND);
   EXPECT_EQ(udfOnly.osName(), "windows7-64");
 }
 
