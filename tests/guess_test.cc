@@ -73,6 +73,16 @@ TEST(MediaAccess, CaseVariantsAndWholeFiles) {
   EXPECT_EQ("", read("empty"));
 }
 
+TEST(MediaAccess, FilesTooLargeToBeMarkersAreNotRead) {
+  // A hostile image must not make identification allocate without bound.
+  Medium m({{"huge", std::string((64u << 20) + 1, '\0')}},
+           IsoFlavor::RockRidge);
+  size_t size = 7;
+  EXPECT_TRUE(Guess_FileExists(m.get(), "", "huge"));
+  EXPECT_EQ("<null>", readWhole(m.get(), "huge", &size));
+  EXPECT_EQ(7u, size);
+}
+
 TEST(MediaAccess, MixedCaseListingRewindAndPrefix) {
   // Rock Ridge keeps mixed case: only the exact, upper or lower spelling of
   // the whole path opens; lookups inside are caseless.
