@@ -34,7 +34,7 @@ FileTree nt(const std::string &dir, const std::string &key,
                     "[SetupData]\r\n" + key + " = \"" + product + "\"\r\n"}};
   if (!localization.empty()) {
     tree[dir + "/PRODSPEC.INI"] =
-        "[Product Specification]\r\nLocalization=" + localization + "\r\n";
+        "[Product]\r\nLocalization=" + localization + "\r\n";
   }
   return tree;
 }
