@@ -6,7 +6,6 @@
 #include <benchmark/benchmark.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -14,7 +13,7 @@
 #include <string>
 
 #include "guestprep/guess.h"
-#include "platform/hostio.h"
+#include "bench/bench_support.h"
 
 namespace {
 
@@ -22,14 +21,9 @@ namespace fs = std::filesystem;
 
 constexpr uint64_t kImageSize = uint64_t{4} << 30;
 
-void writeText(const fs::path &path, const std::string &text) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << text;
-}
-
 // Builds the image once per build tree.
 std::string redHatImage() {
-  fs::path dir = fs::path(GP_BINARY_DIR) / "bench-fixtures";
+  fs::path dir = gp::bench::fixtureDir();
   fs::path image = dir / "rhel5-x86_64-4g.iso";
   std::error_code ec;
   if (fs::exists(image, ec) && fs::file_size(image, ec) == kImageSize) {
@@ -37,16 +31,16 @@ std::string redHatImage() {
   }
   fs::path tree = dir / "rhel5-tree";
   fs::remove_all(tree, ec);
-  writeText(tree / ".discinfo",
+  gp::bench::writeText(tree / ".discinfo",
             "1170972069.396645\nRed Hat Enterprise Linux Server 5\n"
             "x86_64\n1,2,3,4,5,6\n");
-  writeText(tree / "isolinux/isolinux.cfg",
+  gp::bench::writeText(tree / "isolinux/isolinux.cfg",
             "default linux\nlabel linux\n  kernel vmlinuz\n"
             "  append initrd=initrd.img\n");
-  writeText(tree / "RPM-GPG-KEY-redhat-release", "key\n");
+  gp::bench::writeText(tree / "RPM-GPG-KEY-redhat-release", "key\n");
   // A root about as full as a real installation disc's.
   for (int i = 0; i < 40; ++i) {
-    writeText(tree / ("RELEASE-NOTES-" + std::to_string(i) + ".html"),
+    gp::bench::writeText(tree / ("RELEASE-NOTES-" + std::to_string(i) + ".html"),
               std::string(3000, 'r'));
   }
   std::string cmd = "xorriso -as mkisofs -quiet -R -J -V RHEL5 -o '" +
@@ -60,34 +54,21 @@ std::string redHatImage() {
   return image.string();
 }
 
-std::atomic<uint64_t> gBytesRead{0};
-
-ssize_t countingPread(int fd, void *buf, size_t count, off_t offset) {
-  ssize_t n = gp::realHostOps().pread(fd, buf, count, offset);
-  if (n > 0) {
-    gBytesRead += static_cast<uint64_t>(n);
-  }
-  return n;
-}
-
 void BM_GuessGuestRedHat4GiB(benchmark::State &state) {
   static const std::string image = redHatImage();
-  gp::HostOps ops = gp::hostOps();
-  ops.pread = countingPread;
-  gp::ScopedHostOps counting(ops);
   GuessInfo info;
   if (Guess_Guest(image.c_str(), 0, &info) != GUESS_FOUND ||
       std::string(info.osName ? info.osName : "") != "rhel5-64") {
     state.SkipWithError("the image was not identified as rhel5-64");
     return;
   }
-  gBytesRead = 0;
+  gp::bench::ReadCounter reads;
   for (auto _ : state) {
     benchmark::DoNotOptimize(Guess_Guest(image.c_str(), 0, &info));
   }
   state.SetItemsProcessed(state.iterations());
   state.counters["bytes_read_per_call"] =
-      benchmark::Counter(static_cast<double>(gBytesRead) /
+      benchmark::Counter(static_cast<double>(reads.total()) /
                          static_cast<double>(state.iterations()));
 }
 BENCHMARK(BM_GuessGuestRedHat4GiB)->Unit(benchmark::kMicrosecond);
