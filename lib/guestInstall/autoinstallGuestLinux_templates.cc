@@ -6,6 +6,52 @@
 namespace gp::autoinstall {
 
 // clang-format off
+// The Ubuntu installer runs the same tools installation from two hooks: the
+// desktop installer's success command and the text installer's late command.
+#define GP_UBUNTU_TOOLS_COMMANDS \
+    "mkdir -p /tmp/zentav-toolsmnt0; \\\n" \
+    "for i in sr0 scd0; do mount -t iso9660 /dev/$i /tmp/zentav-toolsmnt0 && break; done; \\\n" \
+    "cp -a /tmp/zentav-toolsmnt0 /target/opt/zentav-tools-installer; \\\n" \
+    "eject /tmp/zentav-toolsmnt0; \\\n" \
+    "cd /target/opt/zentav-tools-installer/; \\\n" \
+    "mv upgra32 zentav-tools-upgrader-32; \\\n" \
+    "mv upgra64 zentav-tools-upgrader-64; \\\n" \
+    "mv upgrade.sh run_upgrader.sh; \\\n" \
+    "chmod +x /target/opt/zentav-tools-installer/*upgr*; \\\n" \
+    "mv /target/etc/rc.local /target/etc/rc.local.backup; \\\n" \
+    "sed '$d' /target/etc/rc.local.backup > /target/etc/rc.local; \\\n" \
+    "mv /target/etc/rc2.d/S*gdm /target/opt/zentav-tools-installer || true; \\\n" \
+    "mv /target/etc/rc2.d/S*kdm /target/opt/zentav-tools-installer || true; \\\n" \
+    "mv /target/etc/rc2.d/S*kdm-kde4 /target/opt/zentav-tools-installer || true; \\\n" \
+    "mv /target/etc/init/*dm.conf /target/opt/zentav-tools-installer || true; \\\n" \
+    "cp /target/etc/issue /target/etc/issue.backup; \\\n" \
+    "echo \"************************************************\" >/target/etc/issue; \\\n" \
+    "echo \"************************************************\" >>/target/etc/issue; \\\n" \
+    "echo \"            Zentav Setuvo\" >>/target/etc/issue; \\\n" \
+    "echo >>/target/etc/issue; \\\n" \
+    "echo \"  PLEASE WAIT! Zentav Tools is currently being\" >>/target/etc/issue; \\\n" \
+    "echo \"  installed on your system. Depending on the\" >>/target/etc/issue; \\\n" \
+    "echo \"  version of Ubuntu you are installing, you may\" >>/target/etc/issue; \\\n" \
+    "echo \"  log in below and use the system during the\" >>/target/etc/issue; \\\n" \
+    "echo \"  installation. Otherwise, please wait for the\" >>/target/etc/issue; \\\n" \
+    "echo \"  graphical environment to launch. Thank you.\" >>/target/etc/issue; \\\n" \
+    "echo >>/target/etc/issue; \\\n" \
+    "echo \"************************************************\" >>/target/etc/issue; \\\n" \
+    "echo \"************************************************\" >>/target/etc/issue; \\\n" \
+    "chmod +x /target/etc/rc.local; \\\n" \
+    "echo \"if [ -x /bin/plymouth ]; then plymouth message --text='Installing Zentav Tools.  Please wait...'; else chvt 2 </dev/tty0 >/dev/tty0; fi\" >> /target/etc/rc.local; \\\n" \
+    "echo \"cd /opt/zentav-tools-installer\" >> /target/etc/rc.local; \\\n" \
+    "echo \"./run_upgrader.sh\" >> /target/etc/rc.local; \\\n" \
+    "echo \"mv /etc/rc.local.backup /etc/rc.local\" >> /target/etc/rc.local; \\\n" \
+    "echo \"mv /etc/issue.backup /etc/issue\" >> /target/etc/rc.local; \\\n" \
+    "echo \"mv /opt/zentav-tools-installer/S*gdm /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n" \
+    "echo \"mv /opt/zentav-tools-installer/S*kdm /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n" \
+    "echo \"mv /opt/zentav-tools-installer/S*kdm-kde4 /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n" \
+    "echo \"mv /opt/zentav-tools-installer/*dm.conf /etc/init/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n" \
+    "echo \"rm -rf /opt/zentav-tools-installer\" >> /target/etc/rc.local; \\\n" \
+    "echo \"chvt 1 < /dev/tty0 > /dev/tty0\" >> /target/etc/rc.local; \\\n" \
+    "echo \"(/sbin/initctl start lightdm || /etc/init.d/gdm restart || /etc/init.d/kdm restart || /etc/init.d/kdm-kde4 restart) 2>/dev/null\" >> /target/etc/rc.local\n"
+
 // Red Hat family: read by the installer from the CD as ks.cfg.
 extern const char kKickstartTemplate[] =
     "lang en_US\n"
@@ -111,92 +157,10 @@ extern const char kPreseedTemplate[] =
     "ubiquity\tubiquity/summary\tnote\n"
     "ubiquity\tapt-setup/security-updates-failed\tnote\n"
     "ubiquity\tubiquity/success_command\tstring \\\n"
-    "mkdir -p /tmp/zentav-toolsmnt0; \\\n"
-    "for i in sr0 scd0; do mount -t iso9660 /dev/$i /tmp/zentav-toolsmnt0 && break; done; \\\n"
-    "cp -a /tmp/zentav-toolsmnt0 /target/opt/zentav-tools-installer; \\\n"
-    "eject /tmp/zentav-toolsmnt0; \\\n"
-    "cd /target/opt/zentav-tools-installer/; \\\n"
-    "mv upgra32 zentav-tools-upgrader-32; \\\n"
-    "mv upgra64 zentav-tools-upgrader-64; \\\n"
-    "mv upgrade.sh run_upgrader.sh; \\\n"
-    "chmod +x /target/opt/zentav-tools-installer/*upgr*; \\\n"
-    "mv /target/etc/rc.local /target/etc/rc.local.backup; \\\n"
-    "sed '$d' /target/etc/rc.local.backup > /target/etc/rc.local; \\\n"
-    "mv /target/etc/rc2.d/S*gdm /target/opt/zentav-tools-installer || true; \\\n"
-    "mv /target/etc/rc2.d/S*kdm /target/opt/zentav-tools-installer || true; \\\n"
-    "mv /target/etc/rc2.d/S*kdm-kde4 /target/opt/zentav-tools-installer || true; \\\n"
-    "mv /target/etc/init/*dm.conf /target/opt/zentav-tools-installer || true; \\\n"
-    "cp /target/etc/issue /target/etc/issue.backup; \\\n"
-    "echo \"************************************************\" >/target/etc/issue; \\\n"
-    "echo \"************************************************\" >>/target/etc/issue; \\\n"
-    "echo \"            Zentav Setuvo\" >>/target/etc/issue; \\\n"
-    "echo >>/target/etc/issue; \\\n"
-    "echo \"  PLEASE WAIT! Zentav Tools is currently being\" >>/target/etc/issue; \\\n"
-    "echo \"  installed on your system. Depending on the\" >>/target/etc/issue; \\\n"
-    "echo \"  version of Ubuntu you are installing, you may\" >>/target/etc/issue; \\\n"
-    "echo \"  log in below and use the system during the\" >>/target/etc/issue; \\\n"
-    "echo \"  installation. Otherwise, please wait for the\" >>/target/etc/issue; \\\n"
-    "echo \"  graphical environment to launch. Thank you.\" >>/target/etc/issue; \\\n"
-    "echo >>/target/etc/issue; \\\n"
-    "echo \"************************************************\" >>/target/etc/issue; \\\n"
-    "echo \"************************************************\" >>/target/etc/issue; \\\n"
-    "chmod +x /target/etc/rc.local; \\\n"
-    "echo \"if [ -x /bin/plymouth ]; then plymouth message --text='Installing Zentav Tools.  Please wait...'; else chvt 2 </dev/tty0 >/dev/tty0; fi\" >> /target/etc/rc.local; \\\n"
-    "echo \"cd /opt/zentav-tools-installer\" >> /target/etc/rc.local; \\\n"
-    "echo \"./run_upgrader.sh\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /etc/rc.local.backup /etc/rc.local\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /etc/issue.backup /etc/issue\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/S*gdm /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/S*kdm /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/S*kdm-kde4 /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/*dm.conf /etc/init/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"rm -rf /opt/zentav-tools-installer\" >> /target/etc/rc.local; \\\n"
-    "echo \"chvt 1 < /dev/tty0 > /dev/tty0\" >> /target/etc/rc.local; \\\n"
-    "echo \"(/sbin/initctl start lightdm || /etc/init.d/gdm restart || /etc/init.d/kdm restart || /etc/init.d/kdm-kde4 restart) 2>/dev/null\" >> /target/etc/rc.local\n"
+    GP_UBUNTU_TOOLS_COMMANDS
     "d-i    debian-installer/splash boolean false\n"
     "d-i\tpreseed/late_command\tstring \\\n"
-    "mkdir -p /tmp/zentav-toolsmnt0; \\\n"
-    "for i in sr0 scd0; do mount -t iso9660 /dev/$i /tmp/zentav-toolsmnt0 && break; done; \\\n"
-    "cp -a /tmp/zentav-toolsmnt0 /target/opt/zentav-tools-installer; \\\n"
-    "eject /tmp/zentav-toolsmnt0; \\\n"
-    "cd /target/opt/zentav-tools-installer/; \\\n"
-    "mv upgra32 zentav-tools-upgrader-32; \\\n"
-    "mv upgra64 zentav-tools-upgrader-64; \\\n"
-    "mv upgrade.sh run_upgrader.sh; \\\n"
-    "chmod +x /target/opt/zentav-tools-installer/*upgr*; \\\n"
-    "mv /target/etc/rc.local /target/etc/rc.local.backup; \\\n"
-    "sed '$d' /target/etc/rc.local.backup > /target/etc/rc.local; \\\n"
-    "mv /target/etc/rc2.d/S*gdm /target/opt/zentav-tools-installer || true; \\\n"
-    "mv /target/etc/rc2.d/S*kdm /target/opt/zentav-tools-installer || true; \\\n"
-    "mv /target/etc/rc2.d/S*kdm-kde4 /target/opt/zentav-tools-installer || true; \\\n"
-    "mv /target/etc/init/*dm.conf /target/opt/zentav-tools-installer || true; \\\n"
-    "cp /target/etc/issue /target/etc/issue.backup; \\\n"
-    "echo \"************************************************\" >/target/etc/issue; \\\n"
-    "echo \"************************************************\" >>/target/etc/issue; \\\n"
-    "echo \"            Zentav Setuvo\" >>/target/etc/issue; \\\n"
-    "echo >>/target/etc/issue; \\\n"
-    "echo \"  PLEASE WAIT! Zentav Tools is currently being\" >>/target/etc/issue; \\\n"
-    "echo \"  installed on your system. Depending on the\" >>/target/etc/issue; \\\n"
-    "echo \"  version of Ubuntu you are installing, you may\" >>/target/etc/issue; \\\n"
-    "echo \"  log in below and use the system during the\" >>/target/etc/issue; \\\n"
-    "echo \"  installation. Otherwise, please wait for the\" >>/target/etc/issue; \\\n"
-    "echo \"  graphical environment to launch. Thank you.\" >>/target/etc/issue; \\\n"
-    "echo >>/target/etc/issue; \\\n"
-    "echo \"************************************************\" >>/target/etc/issue; \\\n"
-    "echo \"************************************************\" >>/target/etc/issue; \\\n"
-    "chmod +x /target/etc/rc.local; \\\n"
-    "echo \"if [ -x /bin/plymouth ]; then plymouth message --text='Installing Zentav Tools.  Please wait...'; else chvt 2 </dev/tty0 >/dev/tty0; fi\" >> /target/etc/rc.local; \\\n"
-    "echo \"cd /opt/zentav-tools-installer\" >> /target/etc/rc.local; \\\n"
-    "echo \"./run_upgrader.sh\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /etc/rc.local.backup /etc/rc.local\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /etc/issue.backup /etc/issue\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/S*gdm /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/S*kdm /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/S*kdm-kde4 /etc/rc2.d/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"mv /opt/zentav-tools-installer/*dm.conf /etc/init/ 2>/dev/null || true\" >> /target/etc/rc.local; \\\n"
-    "echo \"rm -rf /opt/zentav-tools-installer\" >> /target/etc/rc.local; \\\n"
-    "echo \"chvt 1 < /dev/tty0 > /dev/tty0\" >> /target/etc/rc.local; \\\n"
-    "echo \"(/sbin/initctl start lightdm || /etc/init.d/gdm restart || /etc/init.d/kdm restart || /etc/init.d/kdm-kde4 restart) 2>/dev/null\" >> /target/etc/rc.local\n";
+    GP_UBUNTU_TOOLS_COMMANDS;
 
 // SUSE 10 and 11 share the profile; the tools CD device differs.
 extern const char kAutoyastTemplate[] =
@@ -462,5 +426,7 @@ extern const char kMandrivaTemplate[] =
     "       'security' => 3,\n"
     "     };\n";
 // clang-format on
+
+#undef GP_UBUNTU_TOOLS_COMMANDS
 
 }  // namespace gp::autoinstall
