@@ -12,8 +12,8 @@
 #include <fstream>
 #include <string>
 
-#include "guestprep/guess.h"
 #include "bench/bench_support.h"
+#include "guestprep/guess.h"
 
 namespace {
 
@@ -32,16 +32,17 @@ std::string redHatImage() {
   fs::path tree = dir / "rhel5-tree";
   fs::remove_all(tree, ec);
   gp::bench::writeText(tree / ".discinfo",
-            "1170972069.396645\nRed Hat Enterprise Linux Server 5\n"
-            "x86_64\n1,2,3,4,5,6\n");
+                       "1170972069.396645\nRed Hat Enterprise Linux Server 5\n"
+                       "x86_64\n1,2,3,4,5,6\n");
   gp::bench::writeText(tree / "isolinux/isolinux.cfg",
-            "default linux\nlabel linux\n  kernel vmlinuz\n"
-            "  append initrd=initrd.img\n");
+                       "default linux\nlabel linux\n  kernel vmlinuz\n"
+                       "  append initrd=initrd.img\n");
   gp::bench::writeText(tree / "RPM-GPG-KEY-redhat-release", "key\n");
   // A root about as full as a real installation disc's.
   for (int i = 0; i < 40; ++i) {
-    gp::bench::writeText(tree / ("RELEASE-NOTES-" + std::to_string(i) + ".html"),
-              std::string(3000, 'r'));
+    gp::bench::writeText(
+        tree / ("RELEASE-NOTES-" + std::to_string(i) + ".html"),
+        std::string(3000, 'r'));
   }
   std::string cmd = "xorriso -as mkisofs -quiet -R -J -V RHEL5 -o '" +
                     image.string() + "' '" + tree.string() +

@@ -9,8 +9,8 @@
 #include <fstream>
 #include <string>
 
-#include "guestprep/guess.h"
 #include "bench/bench_support.h"
+#include "guestprep/guess.h"
 
 namespace {
 
@@ -30,20 +30,23 @@ std::string image() {
   fs::remove_all(tree);
   fs::path sources = tree / "sources";
   gp::bench::writeText(sources / "product.ini", "[Product]\r\nType=Client\r\n");
-  gp::bench::writeText(sources / "idwbinfo.txt",
+  gp::bench::writeText(
+      sources / "idwbinfo.txt",
       "[BUILDINFO]\r\nBuildArch=amd64\r\nBuildBranch=win7_rtm\r\n"
       "BuildType=fre\r\n");
   gp::bench::writeText(sources / "lang.ini",
-      "[Available UI Languages]\r\nen-US = 3\r\n\r\n"
-      "[Fallback Languages]\r\nen-US = en-us\r\n");
+                       "[Available UI Languages]\r\nen-US = 3\r\n\r\n"
+                       "[Fallback Languages]\r\nen-US = en-us\r\n");
   for (const char *edition :
        {"HOMEBASIC", "HOMEPREMIUM", "PROFESSIONAL", "ULTIMATE", "STARTER"}) {
-    gp::bench::writeText(sources / (std::string("install_Windows 7 ") + edition + ".clg"),
+    gp::bench::writeText(
+        sources / (std::string("install_Windows 7 ") + edition + ".clg"),
         std::string(4096, 'c'));
   }
   // A realistic directory: a few hundred setup files beside the markers.
   for (int i = 0; i < 300; ++i) {
-    gp::bench::writeText(sources / ("setup" + std::to_string(i) + ".dll"), "MZ");
+    gp::bench::writeText(sources / ("setup" + std::to_string(i) + ".dll"),
+                         "MZ");
   }
   gp::bench::writeText(tree / "setup.exe", "MZ");
   gp::bench::writeText(tree / "boot" / "bcd", "bcd");
@@ -75,7 +78,8 @@ void BM_GuessGuestUdfWindows7(benchmark::State &state) {
     benchmark::DoNotOptimize(info.osName);
   }
   state.counters["bytes_read_per_call"] =
-      static_cast<double>(reads.total()) / static_cast<double>(state.iterations());
+      static_cast<double>(reads.total()) /
+      static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_GuessGuestUdfWindows7)->Unit(benchmark::kMicrosecond);
 
