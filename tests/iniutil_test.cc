@@ -1,7 +1,10 @@
 #include "guestprep/iniutil.h"
 
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -238,6 +241,24 @@ TEST_F(Ini, BadInput) {
   EXPECT_EQ("1", get("s", "k"));
   EXPECT_FALSE(set("s", "k", "2"));
   expectUntouched(huge);
+}
+
+// Root rewriting somebody else's file gives it back to its owner and group.
+TEST_F(Ini, RewriteKeepsOwnerAndGroup) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root to give a file away";
+  }
+  const passwd *nobody = getpwnam("nobody");
+  const group *nogroup = getgrnam("nogroup");
+  ASSERT_TRUE(nobody != nullptr && nogroup != nullptr);
+  file("[s]\nk=1\n");
+  ASSERT_EQ(0, chown(path_.c_str(), nobody->pw_uid, nogroup->gr_gid));
+  ASSERT_TRUE(set("s", "k", "2"));
+  struct stat st;
+  ASSERT_EQ(0, stat(path_.c_str(), &st));
+  EXPECT_EQ(nobody->pw_uid, st.st_uid);
+  EXPECT_EQ(nogroup->gr_gid, st.st_gid);
+  EXPECT_EQ("[s]\nk=2\n", readFile(path_));
 }
 
 TEST_F(Ini, CommandLine) {
