@@ -243,6 +243,29 @@ TEST_F(Ini, BadInput) {
   expectUntouched(huge);
 }
 
+// A line break in a name or a value would write a line of its own: another
+// key, or a whole new section.
+TEST_F(Ini, LineBreaksInWhatIsWrittenAreRefused) {
+  const std::string original = "[s]\nk=1\n";
+  const struct {
+    const char *section, *key, *value;
+  } cases[] = {
+      {"s", "k", "2\nadmin=1"}, {"s", "k", "2\r"},   {"s", "k", "\n"},
+      {"s", "k\nj", "2"},       {"s", "k\r", "2"},   {"s]\n[t", "k", "2"},
+      {"s\r", "k", "2"},        {"new\n", "k", "2"},
+  };
+  for (const auto &c : cases) {
+    file(original);
+    EXPECT_FALSE(set(c.section, c.key, c.value))
+        << c.section << c.key << c.value;
+    EXPECT_FALSE(set(c.section, c.key, c.value, true));
+    expectUntouched(original);
+  }
+  // Other control characters stay part of the value.
+  ASSERT_TRUE(set("s", "k", "a\tb\x01"));
+  EXPECT_EQ("a\tb\x01", get("s", "k"));
+}
+
 // Root rewriting somebody else's file gives it back to its owner and group.
 TEST_F(Ini, RewriteKeepsOwnerAndGroup) {
   if (geteuid() != 0) {
