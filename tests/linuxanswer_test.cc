@@ -252,6 +252,7 @@ TEST_F(LinuxAnswer, EntriesThatCannotBeReadLiterallyAreRefused) {
       {"ubuntu", &Entries::user, "jo\nd-i x string y"},
       {"opensuse-64", &Entries::fullName, "Jos\xe9"},  // not UTF-8
       {"sles11", &Entries::user, "jo\x01"},
+      {"sles10", &Entries::fullName, "Jo \xef\xbf\xbf"},  // U+FFFF
       {"mandriva", &Entries::fullName, "Jo\nx"},
   };
   for (const auto &c : cases) {

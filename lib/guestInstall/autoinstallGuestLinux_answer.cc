@@ -168,10 +168,12 @@ bool preseedText(const LinuxAnswerInput &in, std::string &out) {
 }
 
 // An XML document is UTF-8 text without control characters but tab and
-// line breaks; a line break would not survive in a user's name.
+// line breaks, and without the two non-characters U+FFFE and U+FFFF; a line
+// break would not survive in a user's name.
 bool fitsXml(std::string_view text) {
   std::u16string units;
-  return isOneLine(text) && utf8ToUtf16(text, units);
+  return isOneLine(text) && utf8ToUtf16(text, units) &&
+         units.find_first_of(u"\uFFFE\uFFFF") == std::u16string::npos;
 }
 
 // AutoYaST: the user name is element content; the full name stands in a
