@@ -3,14 +3,13 @@
 namespace gp::autoinstall {
 namespace {
 
-// `text` with `escape` before every character of `special`.
-std::string escapeWith(std::string_view text, std::string_view special,
-                       char escape = '\\') {
+// `text` with a backslash before every character of `special`.
+std::string escapeWith(std::string_view text, std::string_view special) {
   std::string out;
   out.reserve(text.size());
   for (char c : text) {
     if (special.find(c) != std::string_view::npos) {
-      out.push_back(escape);
+      out.push_back('\\');
     }
     out.push_back(c);
   }
