@@ -25,13 +25,10 @@ struct Handle {
   }
 };
 
-// Reports an image that could not be used; for a failed open or read the
-// system says why.
+// Reports an image that could not be used: why the system cannot read it,
+// or else what is wrong with its content.
 int fail(const std::string &path, fat::Error err) {
-  std::string reason;
-  if (err == fat::FAT_ERR_NOT_FOUND || err == fat::FAT_ERR_IO) {
-    reason = readProblem(path);
-  }
+  std::string reason = readProblem(path);
   reportFileError(path, reason.empty() ? fat::errorText(err) : reason);
   return 1;
 }

@@ -6,10 +6,9 @@
  *   cc consumer.c $(pkg-config --cflags --libs guestprep) -o consumer
  *   ./consumer IMAGE...
  */
-#include <stdio.h>
-
 #include <guestprep/autoinstall.h>
 #include <guestprep/guess.h>
+#include <stdio.h>
 
 int main(int argc, char **argv) {
   int status = 0;
@@ -24,11 +23,10 @@ int main(int argc, char **argv) {
       printf("%s: unknown guest\n", argv[i]);
       status = status == 0 ? 1 : status;
     } else {
-      printf("%s: %s %s (%s), unattended installation %s\n", argv[i],
-             info.osName, info.versionString,
-             Guess_GetSubString((GuessVersion)info.subVersion),
-             AutoInstall_IsSupportedGuest(&info) ? "supported"
-                                                 : "not supported");
+      printf(
+          "%s: %s %s (%s), unattended installation %s\n", argv[i], info.osName,
+          info.versionString, Guess_GetSubString((GuessVersion)info.subVersion),
+          AutoInstall_IsSupportedGuest(&info) ? "supported" : "not supported");
     }
   }
   return status;
