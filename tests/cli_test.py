@@ -91,10 +91,8 @@ class FileErrors(Tmp):
                 r = run(*args)
                 self.assertEqual(status, r.returncode)
                 self.assertIn(f"guestprep: {path}: {reason}\n", r.stderr.decode())
-
-    def test_identify_keeps_the_record_on_stdout(self):
-        r = run("identify", self.path("missing"))
-        self.assertIn("result:        2 (GUESS_OPEN_FAILED)", r.stdout.decode())
+                if args[0] == "identify":  # the record stays on stdout
+                    self.assertIn(b"result:        2 (GUESS_OPEN_FAILED)", r.stdout)
 
 
 class JsonOutput(Tmp):
@@ -119,11 +117,9 @@ class JsonOutput(Tmp):
 
     def test_check(self):
         doc = self.json_of("check", "--json", "--os", "ubuntu", "--sub-version", "4")
-        self.assertEqual((None, "ubuntu", True, "linux"),
-                         (doc["image"], doc["osName"], doc["supported"], doc["family"]))
-        for key in ["maxNameLength", "maxShortNameLength", "maxPasswordLength", "guestLimit"]:
-            self.assertIsInstance(doc[key], int, key)
-        self.assertEqual((4, 2), (len(doc["familyFlags"]), len(doc["guestFlags"])))
+        self.assertEqual((None, "ubuntu", True, "linux", 32, [0, 1, 1, 1]),
+                         (doc["image"], doc["osName"], doc["supported"], doc["family"],
+                          doc["maxShortNameLength"], doc["familyFlags"]))
         self.assertIn({"name": "root", "isPrefix": False}, doc["reservedShortNames"])
 
     def test_validate_and_pretty_name_with_hostile_text(self):
