@@ -1,5 +1,8 @@
 // The guestprep command line: each command lives in its own file and
-// registers itself with GP_COMMAND.
+// registers itself with GP_COMMAND. A new command also gets a subsection
+// (".SS name") under COMMANDS in man/guestprep.1.in, which tests/cli_test.py
+// checks for every command "guestprep --help" lists; one that prints a
+// result takes --json and prints it through tools/json.h.
 #pragma once
 
 #include <string>
