@@ -425,4 +425,59 @@ TEST_F(LinuxBoot, ToolsFilesTakeTheirShortNames) {
   EXPECT_EQ("#!/bin/sh\n", readFile(dest + "/upgrade.sh"));
 }
 
+// ---- guestprep prepare linux ----
+
+// An example disc with stand-in boot files, as an image.
+std::string exampleImage(const TempDir &tmp, const std::string &name,
+                         const std::string &loaderDir) {
+  std::string tree = tmp / name;
+  fs::copy(sourcePath("examples/media/" + name), tree,
+           fs::copy_options::recursive);
+  const std::string dir = tree + "/" + loaderDir;
+  fs::copy_file(kIsolinuxBin, dir + "/isolinux.bin");
+  for (const char *file :
+       {"install/vmlinuz", "install/initrd.gz", "linux", "initrd"}) {
+    writeFile((std::string(file).find('/') == std::string::npos ? dir : tree) +
+                  "/" + file,
+              file);
+  }
+  return isoFromDirectory(tree, IsoFlavor::JolietRockRidge);
+}
+
+TEST_F(LinuxBoot, PrepareCommandGoesFromImageToBootMedia) {
+  const std::string entries =
+      " --user jdoe --full-name 'John Doe' --password pw --root-password rpw";
+  const std::string ubuntu = exampleImage(tmp, "ubuntu-desktop", "isolinux");
+  const std::string out = tmp / "media";
+  std::string json;
+  ASSERT_EQ(0, runCommand(std::string(GP_CLI) + " prepare linux " +
+                              shellQuote(ubuntu) + " --out " + shellQuote(out) +
+                              entries + " --json 2>" + shellQuote(tmp / "err"),
+                          &json))
+      << readFile(tmp / "err");
+  EXPECT_EQ("{\"iso\": \"" + out + "/autoinst.iso\", \"floppy\": \"" + out +
+                "/autoinst.flp\", \"tools\": null}\n",
+            json);
+  EXPECT_NE(std::string::npos,
+            elTorito(out + "/autoinst.iso").find("/isolinux/isolinux.bin"));
+  EXPECT_EQ((std::vector<std::string>{"autoinst.flp", "autoinst.iso"}),
+            listing(out));
+  const std::string progress = readFile(tmp / "err");
+  EXPECT_EQ(7, std::count(progress.begin(), progress.end(), '['));
+
+  // SUSE needs its template floppy: the step is named, nothing is left.
+  const std::string suse =
+      exampleImage(tmp, "sles11-x86_64", "boot/x86_64/loader");
+  const std::string failed = tmp / "failed";
+  EXPECT_EQ(
+      1, runCommand(std::string(GP_CLI) + " prepare linux " + shellQuote(suse) +
+                    " --out " + shellQuote(failed) + entries + " 2>" +
+                    shellQuote(tmp / "err") + " >/dev/null"));
+  EXPECT_NE(std::string::npos,
+            readFile(tmp / "err")
+                .find("guestprep prepare linux: building autoinst.flp failed"))
+      << readFile(tmp / "err");
+  EXPECT_TRUE(listing(failed).empty());
+}
+
 }  // namespace
