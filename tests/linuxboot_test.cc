@@ -358,6 +358,8 @@ TEST_F(LinuxBoot, RefusesShellActiveArgumentsBeforeRunningAnything) {
                                            c.out.c_str()));
     EXPECT_EQ(0u, log.text().rfind("AutoInstall_MasterISO: refusing", 0))
         << log.text();
+    const std::string text = log.text();
+    EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n'));  // one line
     EXPECT_FALSE(fileExists(c.staging)) << c.staging;
   }
   EXPECT_EQ(0, gSystemCalls);

@@ -167,6 +167,10 @@ bool hostPathInside(const std::string &root, const std::string &path) {
 }
 
 bool removeHostTree(const std::string &path) {
+  // Whatever the caller named, never the whole file system.
+  if (canonical(path) == "/") {
+    return false;
+  }
   size_t budget = kMaxRemoveEntries;
   return removeTree(path, 0, budget);
 }

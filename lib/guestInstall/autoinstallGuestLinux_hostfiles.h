@@ -31,7 +31,8 @@ bool listHostDirectory(const std::string &dir, size_t limit,
 bool hostPathInside(const std::string &root, const std::string &path);
 
 // Deletes the tree at `path` without following any symbolic link: a link
-// is removed itself, its target stays. True when nothing is left.
+// is removed itself, its target stays. The root directory is never
+// deleted. True when nothing is left.
 bool removeHostTree(const std::string &path);
 
 }  // namespace gp::autoinstall

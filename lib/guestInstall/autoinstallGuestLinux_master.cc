@@ -25,10 +25,15 @@ bool refuseUnsafe(const char *what, const char *text) {
   if (safeInDoubleQuotes(text)) {
     return false;
   }
+  // The log takes one line per event.
+  std::string shown;
+  for (const char *p = text; *p != '\0'; ++p) {
+    shown += *p == '\n' ? "\\n" : *p == '\r' ? "\\r" : std::string(1, *p);
+  }
   logf(
       "%s: refusing %s \"%s\": it holds a character the shell would "
       "interpret\n",
-      kFunction, what, text);
+      kFunction, what, shown.c_str());
   return true;
 }
 
