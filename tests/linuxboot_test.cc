@@ -385,6 +385,9 @@ TEST_F(LinuxBoot, FloppyCarriesTheAnswerFileUnderTheKindsName) {
     std::string answers = tmp / (std::string(k.os) + "-answers");
     std::string work = tmp / (std::string(k.os) + "-work");
     fs::create_directories(work);
+    // A link in the floppy's place is replaced, its target left alone.
+    writeFile(tmp / "victim", "VICTIM");
+    fs::create_symlink(tmp / "victim", work + "/autoinst.flp");
     ASSERT_EQ(TRUE, AutoInstall_PrepareAnswerFileEx_Linux(
                         k.os, GUESS_VERSION_UNKNOWN, answers.c_str(), "jdoe",
                         "John Doe", "pw", "rootpw", nullptr, FALSE));
@@ -398,6 +401,7 @@ TEST_F(LinuxBoot, FloppyCarriesTheAnswerFileUnderTheKindsName) {
     EXPECT_TRUE(mcopyOut(image, k.name, content));
     EXPECT_NE(std::string::npos, content.find("jdoe"));
     EXPECT_TRUE(fsckClean(image, &report)) << report;
+    EXPECT_EQ("VICTIM", readFile(tmp / "victim"));
   }
   // Red Hat reads its kickstart from the CD: no floppy at all.
   EXPECT_EQ(TRUE,

@@ -48,6 +48,9 @@ bool openFloppy(AutoInstallLinuxKind kind, const char *templateDir,
                 const std::string &floppy, FatOwner &volume) {
   const char *f = floppy.c_str();
   if (kind == LINUX_KIND_UBUNTU) {
+    // The volume is formatted at the path as it is: a link there would
+    // send it outside workDir.
+    removeSpecialFile(floppy);
     if (fat::formatVolume(nullptr, f, 1, 1, volume.out()) != fat::FAT_OK) {
       logf("%s: FSImage_FormatVolume failed floppyImageFilePath=\"%s\"\n",
            kFunction, f);

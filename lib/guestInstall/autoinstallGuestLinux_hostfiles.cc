@@ -133,6 +133,15 @@ bool hostRegularFileExists(const std::string &path) {
   return hostOps().stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
+void removeSpecialFile(const std::string &path) {
+  UniqueFd fd = openFile(path.c_str(), O_PATH | O_NOFOLLOW);
+  struct stat st;
+  if (fd.valid() && hostOps().fstat(fd.get(), &st) == 0 &&
+      !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
+    hostOps().unlink(path.c_str());
+  }
+}
+
 bool listHostDirectory(const std::string &dir, size_t limit,
                        std::vector<HostDirEntry> &entries) {
   entries.clear();

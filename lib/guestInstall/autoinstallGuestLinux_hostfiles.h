@@ -17,6 +17,11 @@ bool copyHostFile(const std::string &from, const std::string &to);
 // True when `path` names an existing regular file (links followed).
 bool hostRegularFileExists(const std::string &path);
 
+// Removes a symbolic link, FIFO, socket or device at `path` (not followed),
+// so that a file written there next lands in its directory and cannot
+// block. A regular file or a directory stays.
+void removeSpecialFile(const std::string &path);
+
 struct HostDirEntry {
   std::string name;
   bool mayBeDirectory;  // false only when the entry is known to be a file
