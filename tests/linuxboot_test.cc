@@ -317,6 +317,7 @@ TEST_F(LinuxBoot, MastersABootableImageWithEitherToolAndRemovesStaging) {
               AutoInstall_ScanDisk(discDir(discs()[1]).c_str(), staging.c_str(),
                                    "ubuntu", kIsolinuxBin));
     fs::create_directory_symlink(tmp / "outside", staging + "/isolinux/out");
+    fs::create_symlink(tmp / "outside/keep", out + "/autoinst.iso");
     std::string path;
     runCommand(std::string("command -v ") + tool, &path);
     path.erase(path.find_last_not_of('\n') + 1);

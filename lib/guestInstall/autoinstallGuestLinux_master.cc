@@ -50,6 +50,8 @@ bool master(const char *stagingDir, const char *toolPath, const char *outDir) {
         "\"%s\" -o \"%s\" -b isolinux/isolinux.bin -c isolinux/boot.cat "
         "-no-emul-boot -boot-load-size 4 -boot-info-table \"%s\"",
         {toolPath, isoPath, stagingDir});
+    // The tool writes through a link in the image's place.
+    removeSpecialFile(isoPath);
     ok = hostOps().system(command.c_str()) == 0;
   }
   // The staging tree goes whatever the tool did.
