@@ -402,7 +402,7 @@ TEST_F(LinuxBoot, FloppyCarriesTheAnswerFileUnderTheKindsName) {
     EXPECT_TRUE(mcopyOut(image, k.name, content));
     EXPECT_NE(std::string::npos, content.find("jdoe"));
     EXPECT_TRUE(fsckClean(image, &report)) << report;
-    EXPECT_EQ("VICTIM", readFile(tmp / "victim"));
+    EXPECT_TRUE(readFile(tmp / "victim") == "VICTIM");
   }
   // Red Hat reads its kickstart from the CD: no floppy at all.
   EXPECT_EQ(TRUE,
