@@ -75,6 +75,11 @@ TEST(IsolinuxParser, RefusesTextsThatWouldNotFitTheirBuffers) {
   };
   EXPECT_TRUE(ai::parseIsolinuxConfig(withAppend(510), e));
   EXPECT_FALSE(ai::parseIsolinuxConfig(withAppend(511), e));
+  // Two append lines of one entry add up past the buffer.
+  EXPECT_FALSE(ai::parseIsolinuxConfig(
+      "label l\n append " + std::string(300, 'a') + "\n append initrd=i " +
+          std::string(300, 'b') + "\n kernel k\n",
+      e));
   std::string text = "label l\n kernel k\n append initrd=i\n";
   text.resize(4095, '#');
   EXPECT_TRUE(ai::parseIsolinuxConfig(text, e));

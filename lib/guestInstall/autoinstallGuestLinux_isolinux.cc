@@ -37,7 +37,7 @@ struct EntryState {
     }
   }
 
-  // False for an append line that would not fit its buffer.
+  // False for an append line, or arguments, that would not fit a buffer.
   bool takeAppend(std::string_view args) {
     if (args.size() > kIsolinuxAppendRoom - 1) {
       return false;
@@ -54,7 +54,9 @@ struct EntryState {
       }
     }
     haveAppend = true;
-    return true;
+    // Several append lines of one entry add up; the arguments, rebuilt,
+    // must still fit their buffer.
+    return found.append.size() <= kIsolinuxAppendRoom;
   }
 };
 
