@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -289,6 +290,52 @@ TEST_F(LinuxBoot, RefusesHostileDiscs) {
                            out.c_str(), "ubuntu", nullptr));
       EXPECT_TRUE(listing(out + "/isolinux").empty());
     }
+  }
+}
+
+// A full disk at each write of the scan: the failed step is logged, and no
+// temporary file is left in the staging directory.
+int gWritesLeft;
+ssize_t writeUntilFull(int fd, const void *buf, size_t n) {
+  if (gWritesLeft-- <= 0) {
+    errno = ENOSPC;
+    return -1;
+  }
+  return gp::realHostOps().write(fd, buf, n);
+}
+
+TEST_F(LinuxBoot, FullDiskFailsTheStepThatWrites) {
+  const Disc &d = discs()[0];
+  const std::string disc = discDir(d);
+  const struct {
+    int writesLeft;
+    std::string line;
+    std::vector<std::string> staged;
+  } cases[] = {
+      {0,
+       "File_CopyFromNameToName failed from=\"" + disc + "/isolinux/vmlinuz\"",
+       {}},
+      {1,
+       "File_CopyFromNameToName failed from=\"" + disc +
+           "/isolinux/initrd.img\"",
+       {"vmlinuz"}},
+      {2,
+       "AutoInstall_ScanDisk: FileIO_Write failed errio=28",
+       {"initrd.img", "isolinux.cfg", "vmlinuz"}},
+  };
+  gp::HostOps ops = gp::realHostOps();
+  ops.write = writeUntilFull;
+  for (const auto &c : cases) {
+    std::string out = tmp / ("full" + std::to_string(c.writesLeft));
+    log.clear();
+    gWritesLeft = c.writesLeft;
+    {
+      gp::ScopedHostOps scoped(ops);
+      EXPECT_EQ(FALSE,
+                AutoInstall_ScanDisk(disc.c_str(), out.c_str(), d.os, nullptr));
+    }
+    EXPECT_NE(std::string::npos, log.text().find(c.line)) << log.text();
+    EXPECT_EQ(c.staged, listing(out + "/isolinux"));
   }
 }
 
