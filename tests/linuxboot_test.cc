@@ -267,6 +267,16 @@ TEST_F(LinuxBoot, RefusesHostileDiscs) {
        {{"isolinux/isolinux.cfg", ""}},
        nullptr,
        "parseCfgFilesInDisk: FileIO_Read failed"},
+      // Deeper than the search goes: not found, and the stack stays small.
+      {"deep",
+       {{[] {
+           std::string deep;
+           for (int i = 0; i < 40; ++i) deep += "d/";
+           return deep + "isolinux.cfg";
+         }(),
+         "label l\n kernel k\n append initrd=i\n"}},
+       nullptr,
+       "parseCfgFilesInDisk: findFileInDisk failed isolinux.cfg in"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
