@@ -142,6 +142,56 @@ GUESTPREP_API Bool AutoInstall_PrepareAnswerFileEx_Linux(
 
 /* ---- Linux boot media ---- */
 
+/*
+ * Finds the isolinux configuration of a Linux installation disc (an ISO
+ * image, or the disc's files in the host directory discDir; NULL is "/"),
+ * takes its first complete boot entry, and prepares the staging directory
+ * outDir, the root of the future boot ISO: its subdirectory "isolinux"
+ * receives the kernel, the RAM disk, "isolinux.bin" (from isolinuxBinPath,
+ * or from the disc when that is NULL), "ldlinux.c32" when it lies beside
+ * "isolinux.bin", and a new "isolinux.cfg" that boots the kernel at once
+ * with the disc's arguments and the answer-file arguments of osName.
+ * A disc whose boot files lie outside it, or whose configuration does not
+ * fit 4095 bytes (an append line 510), is refused. Files already copied
+ * stay after a failure. AutoInstall_ScanDisk logs its failures.
+ */
+GUESTPREP_API Bool AutoInstall_ScanISO(const char *isoPath, const char *outDir,
+                                       const char *osName,
+                                       const char *isolinuxBinPath);
+GUESTPREP_API Bool AutoInstall_ScanDisk(const char *discDir, const char *outDir,
+                                        const char *osName,
+                                        const char *isolinuxBinPath);
+
+/*
+ * Masters stagingDir into outDir/"autoinst.iso" with the mkisofs-style tool
+ * toolPath, run through the system shell, then deletes the staging tree
+ * (symbolic links in it are removed, never followed), whatever the tool
+ * did. An argument holding a character that double quotes leave active
+ * ($, `, ", \, a line break) is refused before any command runs. TRUE when
+ * the tool's status is 0.
+ */
+GUESTPREP_API Bool AutoInstall_MasterISO(const char *stagingDir,
+                                         const char *toolPath,
+                                         const char *outDir);
+
+/*
+ * Builds workDir/"autoinst.flp" holding the answer file that
+ * AutoInstall_PrepareAnswerFileEx_Linux wrote into answerDir: formatted
+ * fresh for Ubuntu, copied from "suse.flp" or "mandriva.flp" in templateDir
+ * for SUSE and Mandriva. TRUE without a floppy for guests whose installer
+ * reads its answer file from the CD.
+ */
+GUESTPREP_API Bool AutoInstall_MakeFloppyImg_Linux(const char *answerDir,
+                                                   const char *workDir,
+                                                   const char *templateDir,
+                                                   const char *osName);
+
+/* Copies the guest tools upgrader files of toolsDir into destDir under the
+ * short names that the answer files' commands expect: "upgra32",
+ * "upgra64" and "upgrade.sh". */
+GUESTPREP_API Bool AutoInstall_AddTools_Linux(const char *destDir,
+                                              const char *toolsDir);
+
 /* ---- Windows answer files ---- */
 
 /* ---- Windows boot floppy ---- */
