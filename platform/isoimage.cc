@@ -20,11 +20,11 @@ using rec::kSectorSize;
 constexpr size_t kExtractChunk = 64u << 10;
 
 // Walks `path` from the root; each component must name a directory.
-int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
+Result walkPath(IsoImage &image, std::string_view path, Dir &dir) {
   if (path.size() > kMaxPathLength) {
     return ISO_ERR_NOT_FOUND;
   }
-  int rc = startDir(image, image.root.extent, image.root.size, dir);
+  Result rc = startDir(image, image.root.extent, image.root.size, dir);
   size_t components = 0;
   while (rc == ISO_OK) {
     size_t start = path.find_first_not_of('/');
@@ -58,7 +58,7 @@ int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
 }
 
 // Finds the entry `isoPath` names (its last component in its directory).
-int findItem(IsoImage &image, std::string_view isoPath, Item &item) {
+Result findItem(IsoImage &image, std::string_view isoPath, Item &item) {
   size_t slash = isoPath.rfind('/');
   std::string_view dirPath = slash == std::string_view::npos
                                  ? std::string_view()
@@ -69,7 +69,7 @@ int findItem(IsoImage &image, std::string_view isoPath, Item &item) {
     return ISO_ERR_NOT_FOUND;
   }
   Dir dir;
-  int rc = walkPath(image, dirPath, dir);
+  Result rc = walkPath(image, dirPath, dir);
   while (rc == ISO_OK) {
     rc = nextItem(image, dir, item);
     if (rc == ISO_OK && item.name == name) {
@@ -86,8 +86,8 @@ void rememberExtents(IsoImage &image, const Item &item) {
   }
 }
 
-int openExtents(const IsoImage &image, std::vector<Extent> extents,
-                std::unique_ptr<File> &file) {
+Result openExtents(const IsoImage &image, std::vector<Extent> extents,
+                   std::unique_ptr<File> &file) {
   for (const Extent &e : extents) {
     if (e.size != 0 && !inImage(image, e.block, e.size)) {
       return ISO_ERR_FORMAT;
@@ -99,7 +99,7 @@ int openExtents(const IsoImage &image, std::vector<Extent> extents,
 }
 
 // Delivers up to `room` bytes, never crossing a sector boundary.
-int readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
+Result readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
   size_t room = length;
   length = 0;
   while (file.index < file.extents.size() &&
@@ -129,9 +129,10 @@ int readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
 
 // Copies an item to a host path through a temporary file beside it, so an
 // existing file is replaced only by a complete copy.
-int copyToHost(IsoImage &image, const Item &item, const std::string &hostPath) {
+Result copyToHost(IsoImage &image, const Item &item,
+                  const std::string &hostPath) {
   std::unique_ptr<File> file;
-  int rc = openExtents(image, item.extents, file);
+  Result rc = openExtents(image, item.extents, file);
   if (rc != ISO_OK) {
     return rc;
   }
@@ -166,8 +167,8 @@ int copyToHost(IsoImage &image, const Item &item, const std::string &hostPath) {
   return rc;
 }
 
-int openImage(const char *path, uint32_t formats, uint32_t flags,
-              IsoImage **image) {
+Result openImage(const char *path, uint32_t formats, uint32_t flags,
+                 IsoImage **image) {
   if (image == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -178,7 +179,7 @@ int openImage(const char *path, uint32_t formats, uint32_t flags,
   auto handle = std::make_unique<IsoImage>();
   uint32_t present = 0;
   rec::Record jolietRoot;
-  int rc = probe(path, *handle, present, jolietRoot);
+  Result rc = probe(path, *handle, present, jolietRoot);
   if (rc != ISO_OK) {
     return rc;
   }
@@ -208,7 +209,8 @@ uint32_t listFormats(const char *path) {
   return formats;
 }
 
-int open(const char *path, uint32_t formats, uint32_t flags, IsoImage **image) {
+Result open(const char *path, uint32_t formats, uint32_t flags,
+            IsoImage **image) {
   return openImage(path, formats, flags, image);
 }
 
@@ -218,7 +220,7 @@ uint32_t activeFormat(const IsoImage *image) {
   return image == nullptr ? 0 : image->format;
 }
 
-int openDir(IsoImage *image, const char *path, Dir **dir) {
+Result openDir(IsoImage *image, const char *path, Dir **dir) {
   if (dir != nullptr) {
     *dir = nullptr;
   }
@@ -226,19 +228,19 @@ int openDir(IsoImage *image, const char *path, Dir **dir) {
     return ISO_ERR_ARG;
   }
   auto handle = std::make_unique<Dir>();
-  int rc = walkPath(*image, path, *handle);
+  Result rc = walkPath(*image, path, *handle);
   if (rc == ISO_OK) {
     *dir = handle.release();
   }
   return rc;
 }
 
-int readDir(IsoImage *image, Dir *dir, Entry *entry) {
+Result readDir(IsoImage *image, Dir *dir, Entry *entry) {
   if (image == nullptr || dir == nullptr || entry == nullptr) {
     return ISO_ERR_ARG;
   }
   Item item;
-  int rc = nextItem(*image, *dir, item);
+  Result rc = nextItem(*image, *dir, item);
   if (rc != ISO_OK) {
     return rc;
   }
@@ -251,7 +253,7 @@ int readDir(IsoImage *image, Dir *dir, Entry *entry) {
   return ISO_OK;
 }
 
-int rewindDir(IsoImage *image, Dir *dir) {
+Result rewindDir(IsoImage *image, Dir *dir) {
   if (image == nullptr || dir == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -260,7 +262,7 @@ int rewindDir(IsoImage *image, Dir *dir) {
   return ISO_OK;
 }
 
-int closeDir(IsoImage *image, Dir *dir) {
+Result closeDir(IsoImage *image, Dir *dir) {
   if (image == nullptr || dir == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -268,7 +270,7 @@ int closeDir(IsoImage *image, Dir *dir) {
   return ISO_OK;
 }
 
-int openFile(IsoImage *image, const Entry *entry, File **file) {
+Result openFile(IsoImage *image, const Entry *entry, File **file) {
   if (file != nullptr) {
     *file = nullptr;
   }
@@ -292,14 +294,14 @@ int openFile(IsoImage *image, const Entry *entry, File **file) {
     extents.push_back(Extent{entry->extent, entry->size});
   }
   std::unique_ptr<File> handle;
-  int rc = openExtents(*image, std::move(extents), handle);
+  Result rc = openExtents(*image, std::move(extents), handle);
   if (rc == ISO_OK) {
     *file = handle.release();
   }
   return rc;
 }
 
-int readFile(IsoImage *image, File *file, void *buffer, size_t *length) {
+Result readFile(IsoImage *image, File *file, void *buffer, size_t *length) {
   if (image == nullptr || file == nullptr || buffer == nullptr ||
       length == nullptr || *length == 0) {
     return ISO_ERR_ARG;
@@ -312,7 +314,7 @@ int readFile(IsoImage *image, File *file, void *buffer, size_t *length) {
 
 void closeFile(IsoImage *, File *file) { delete file; }
 
-int volumeId(IsoImage *image, char **id) {
+Result volumeId(IsoImage *image, char **id) {
   if (image == nullptr || id == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -320,12 +322,12 @@ int volumeId(IsoImage *image, char **id) {
   return ISO_OK;
 }
 
-int extractFile(IsoImage *image, const char *isoPath, const char *hostPath) {
+Result extractFile(IsoImage *image, const char *isoPath, const char *hostPath) {
   if (image == nullptr || isoPath == nullptr || hostPath == nullptr) {
     return ISO_ERR_ARG;
   }
   Item item;
-  int rc = findItem(*image, isoPath, item);
+  Result rc = findItem(*image, isoPath, item);
   if (rc != ISO_OK) {
     return rc;
   }
@@ -335,7 +337,7 @@ int extractFile(IsoImage *image, const char *isoPath, const char *hostPath) {
   return copyToHost(*image, item, hostPath);
 }
 
-int extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
+Result extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
   if (image == nullptr || isoPath == nullptr || hostDir == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -344,7 +346,7 @@ int extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
     return ISO_ERR_HOST;
   }
   Dir dir;
-  int rc = walkPath(*image, isoPath, dir);
+  Result rc = walkPath(*image, isoPath, dir);
   while (rc == ISO_OK) {
     Item item;
     rc = nextItem(*image, dir, item);

@@ -91,15 +91,16 @@ bool readBytes(IsoImage &image, uint64_t offset, void *buffer, size_t length);
 
 // Opens the image file and reads its volume descriptors; the handle's
 // tree is the primary one. Sets `formats` to what the image carries.
-int probe(const char *path, IsoImage &image, uint32_t &formats,
-          rec::Record &jolietRoot);
+Result probe(const char *path, IsoImage &image, uint32_t &formats,
+             rec::Record &jolietRoot);
 
 // A directory walker positioned at the start of `extent`.
-int startDir(const IsoImage &image, uint32_t extent, uint32_t size, Dir &dir);
+Result startDir(const IsoImage &image, uint32_t extent, uint32_t size,
+                Dir &dir);
 
 // The next listed entry: "." and "..", relocated Rock Ridge directories
 // and names that cannot be used are passed over. ISO_OK or ISO_END, or an
 // error on a malformed directory.
-int nextItem(IsoImage &image, Dir &dir, Item &item);
+Result nextItem(IsoImage &image, Dir &dir, Item &item);
 
 }  // namespace gp::iso

@@ -16,7 +16,7 @@ using rec::Record;
 // fail, so any extent that fits this bound is tried.
 constexpr uint64_t kDeviceSizeLimit = uint64_t{1} << 42;
 
-int recordAt(IsoImage &image, Dir &dir, uint8_t *buffer, Record &record) {
+Result recordAt(IsoImage &image, Dir &dir, uint8_t *buffer, Record &record) {
   for (;;) {
     if (dir.pos >= dir.size) {
       return ISO_END;
@@ -158,8 +158,8 @@ bool readBytes(IsoImage &image, uint64_t offset, void *buffer, size_t length) {
   return n >= 0 && static_cast<size_t>(n) == length;
 }
 
-int probe(const char *path, IsoImage &image, uint32_t &formats,
-          Record &jolietRoot) {
+Result probe(const char *path, IsoImage &image, uint32_t &formats,
+             Record &jolietRoot) {
   formats = 0;
   image.fd = gp::openFile(path, O_RDONLY);
   struct stat st;
@@ -216,7 +216,8 @@ int probe(const char *path, IsoImage &image, uint32_t &formats,
   return ISO_OK;
 }
 
-int startDir(const IsoImage &image, uint32_t extent, uint32_t size, Dir &dir) {
+Result startDir(const IsoImage &image, uint32_t extent, uint32_t size,
+                Dir &dir) {
   if (size > kMaxDirectoryBytes || !inImage(image, extent, size)) {
     return ISO_ERR_FORMAT;
   }
@@ -226,12 +227,12 @@ int startDir(const IsoImage &image, uint32_t extent, uint32_t size, Dir &dir) {
   return ISO_OK;
 }
 
-int nextItem(IsoImage &image, Dir &dir, Item &item) {
+Result nextItem(IsoImage &image, Dir &dir, Item &item) {
   uint8_t buffer[256];
   uint8_t part[256];
   Record record;
   for (;;) {
-    int rc = recordAt(image, dir, buffer, record);
+    Result rc = recordAt(image, dir, buffer, record);
     if (rc != ISO_OK) {
       return rc;
     }

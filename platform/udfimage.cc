@@ -18,6 +18,8 @@ struct UdfImage {
 
 namespace gp::udf {
 
+using namespace img;
+
 namespace {
 
 constexpr size_t kMaxEntries = 100000;
@@ -89,115 +91,144 @@ const Entry *findEntry(const std::vector<Entry> &entries,
   return caseless;
 }
 
-std::unique_ptr<Dir> openDirAt(UdfImage *image, disc::LbAddr icb) {
+Error openDirAt(UdfImage *image, disc::LbAddr icb, std::unique_ptr<Dir> &dir) {
   Node node;
-  auto dir = std::make_unique<Dir>();
+  dir = std::make_unique<Dir>();
   dir->image = image;
   dir->self = icb;
   if (!image->volume->loadNode(icb, node) ||
       !listDirectory(*image->volume, node, dir->entries)) {
-    return nullptr;
+    dir.reset();
+    return IMG_ERR_FORMAT;
   }
-  return dir;
+  return IMG_OK;
 }
 
-Dir *openDirPath(UdfImage *image, Dir *start, const char *path) {
-  std::unique_ptr<Dir> dir =
-      openDirAt(image, start != nullptr ? start->self : image->volume->root());
+Error openDirPath(UdfImage *image, Dir *start, const char *path, Dir **out) {
+  std::unique_ptr<Dir> dir;
+  Error err = openDirAt(
+      image, start != nullptr ? start->self : image->volume->root(), dir);
   str::Tokenizer parts(path, "/");
   std::string_view part;
   size_t depth = 0;
-  while (dir != nullptr && parts.next(part)) {
-    if (++depth > kMaxPathComponents) {
-      return nullptr;
-    }
+  while (err == IMG_OK && parts.next(part)) {
     const Entry *e = findEntry(dir->entries, part);
-    if (e == nullptr || !e->isDirectory) {
-      return nullptr;
+    if (++depth > kMaxPathComponents || e == nullptr) {
+      return IMG_ERR_NOT_FOUND;
     }
-    dir = openDirAt(image, e->icb);
+    if (!e->isDirectory) {
+      return IMG_ERR_NOT_DIR;
+    }
+    err = openDirAt(image, e->icb, dir);
   }
-  return dir.release();
+  *out = dir.release();
+  return err;
 }
 
 }  // namespace
 
-UdfImage *open(const char *path) {
-  if (path == nullptr) {
-    return nullptr;
+Error open(const char *path, UdfImage **image) {
+  if (image == nullptr) {
+    return IMG_ERR_ARG;
   }
-  return abiGuard(static_cast<UdfImage *>(nullptr), [&]() -> UdfImage * {
+  *image = nullptr;
+  if (path == nullptr) {
+    return IMG_ERR_ARG;
+  }
+  return abiGuard(IMG_ERR_IO, [&] {
     std::unique_ptr<Volume> volume = Volume::open(path);
     if (volume == nullptr) {
-      return nullptr;
+      return IMG_ERR_FORMAT;
     }
     // The root must list, or the volume is of no use.
-    std::unique_ptr<UdfImage> image(new UdfImage{std::move(volume)});
-    if (openDirAt(image.get(), image->volume->root()) == nullptr) {
-      return nullptr;
+    std::unique_ptr<UdfImage> handle(new UdfImage{std::move(volume)});
+    std::unique_ptr<Dir> root;
+    Error err = openDirAt(handle.get(), handle->volume->root(), root);
+    if (err == IMG_OK) {
+      *image = handle.release();
     }
-    return image.release();
+    return err;
   });
 }
 
 void close(UdfImage *image) { delete image; }
 
-Dir *openDir(UdfImage *image, Dir *start, const char *path) {
-  if (image == nullptr || path == nullptr) {
-    return nullptr;
-  }
-  return abiGuard(static_cast<Dir *>(nullptr),
-                  [&] { return openDirPath(image, start, path); });
-}
-
-const char *readDir(Dir *dir) {
-  if (dir == nullptr || dir->next >= dir->entries.size()) {
-    return nullptr;
-  }
-  return dir->entries[dir->next++].name.c_str();
-}
-
-void rewindDir(Dir *dir) {
-  if (dir != nullptr) {
-    dir->next = 0;
-  }
-}
-
-Bool closeDir(Dir *dir) {
+Error openDir(UdfImage *image, Dir *start, const char *path, Dir **dir) {
   if (dir == nullptr) {
-    return FALSE;
+    return IMG_ERR_ARG;
+  }
+  *dir = nullptr;
+  if (image == nullptr || path == nullptr) {
+    return IMG_ERR_ARG;
+  }
+  return abiGuard(IMG_ERR_IO,
+                  [&] { return openDirPath(image, start, path, dir); });
+}
+
+Error readDir(Dir *dir, const char **name) {
+  if (dir == nullptr || name == nullptr) {
+    return IMG_ERR_ARG;
+  }
+  if (dir->next >= dir->entries.size()) {
+    return IMG_END;
+  }
+  *name = dir->entries[dir->next++].name.c_str();
+  return IMG_OK;
+}
+
+Error rewindDir(Dir *dir) {
+  if (dir == nullptr) {
+    return IMG_ERR_ARG;
+  }
+  dir->next = 0;
+  return IMG_OK;
+}
+
+Error closeDir(Dir *dir) {
+  if (dir == nullptr) {
+    return IMG_ERR_ARG;
   }
   delete dir;
-  return TRUE;
+  return IMG_OK;
 }
 
-File *openFile(UdfImage *image, Dir *dir, const char *name) {
-  if (image == nullptr || dir == nullptr || name == nullptr) {
-    return nullptr;
+Error openFile(UdfImage *image, Dir *dir, const char *name, File **file) {
+  if (file == nullptr) {
+    return IMG_ERR_ARG;
   }
-  return abiGuard(static_cast<File *>(nullptr), [&]() -> File * {
+  *file = nullptr;
+  if (image == nullptr || dir == nullptr || name == nullptr) {
+    return IMG_ERR_ARG;
+  }
+  return abiGuard(IMG_ERR_IO, [&] {
     const Entry *e = findEntry(dir->entries, name);
-    if (e == nullptr || e->isDirectory) {
-      return nullptr;
+    if (e == nullptr) {
+      return IMG_ERR_NOT_FOUND;
     }
-    auto file = std::make_unique<File>();
-    file->image = image;
-    if (!image->volume->loadNode(e->icb, file->node) ||
-        file->node.isDirectory()) {
-      return nullptr;
+    if (e->isDirectory) {
+      return IMG_ERR_IS_DIR;
     }
-    return file.release();
+    auto handle = std::make_unique<File>();
+    handle->image = image;
+    if (!image->volume->loadNode(e->icb, handle->node)) {
+      return IMG_ERR_FORMAT;
+    }
+    if (handle->node.isDirectory()) {
+      return IMG_ERR_IS_DIR;
+    }
+    *file = handle.release();
+    return IMG_OK;
   });
 }
 
-Bool readFile(File *file, char **contents, size_t *length) {
+Error readFile(File *file, char **contents, size_t *length) {
   if (file == nullptr || contents == nullptr) {
-    return FALSE;
+    return IMG_ERR_ARG;
   }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return abiGuard(IMG_ERR_IO, [&] {
     std::string data;
     if (!file->image->volume->readData(file->node, kMaxFileBytes, data)) {
-      return FALSE;
+      return IMG_ERR_FORMAT;
     }
     auto *buffer = static_cast<char *>(checkedMalloc(data.size() + 1));
     std::memcpy(buffer, data.data(), data.size());
@@ -206,7 +237,7 @@ Bool readFile(File *file, char **contents, size_t *length) {
     if (length != nullptr) {
       *length = data.size();
     }
-    return TRUE;
+    return IMG_OK;
   });
 }
 

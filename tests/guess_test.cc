@@ -93,8 +93,16 @@ TEST(MediaAccess, MixedCaseListingRewindAndPrefix) {
   ASSERT_NE(nullptr, dir);
   for (int pass = 0; pass < 2; ++pass) {  // the second after a rewind
     std::vector<std::string> names;
-    while (const char *name = Guess_ReadDir(m.get(), dir))
+    while (const char *name = Guess_ReadDir(m.get(), dir)) {
       names.push_back(name);
+      // The entry just listed reads like any other, without moving the
+      // listing on.
+      size_t size = 0;
+      char *data = Guess_ReadFile(m.get(), dir, names.back().c_str(), &size);
+      EXPECT_EQ(std::string(data ? data : "<null>"),
+                names.back() == "alpha" ? "a" : "b");
+      free(data);
+    }
     EXPECT_EQ(names, (std::vector<std::string>{"alpha", "Beta"}));
     EXPECT_TRUE(Guess_RewindDir(m.get(), dir));
   }
@@ -154,6 +162,17 @@ TEST(Driver, VersionStrings) {
     char *s = Guess_GetVersionString(name, &info);
     EXPECT_STREQ(expected, s);
     free(s);
+  }
+}
+
+TEST(Driver, SubStringsOnlyWithinTheTable) {
+  EXPECT_STREQ("GUESS_VERSION_UNKNOWN",
+               Guess_GetSubString(GUESS_VERSION_UNKNOWN));
+  EXPECT_STREQ("GUESS_VERSION_DUMMY_LAST",
+               Guess_GetSubString(static_cast<GuessVersion>(21)));
+  for (unsigned code : {22u, 31u}) {
+    EXPECT_EQ(nullptr, Guess_GetSubString(static_cast<GuessVersion>(code)))
+        << code;
   }
 }
 

@@ -1,0 +1,155 @@
+// The medium interface on the ISO 9660 and UDF readers.
+#include "lib/guessGuest/guess_medium.h"
+
+#include <cstring>
+#include <string>
+
+#include "platform/fatal.h"
+#include "platform/isoimage.h"
+#include "platform/strutil.h"
+#include "platform/udfimage.h"
+
+namespace gp::guess {
+namespace {
+
+using namespace img;
+
+// Marker files are small; the largest one read whole is a kernel of a few
+// MiB. A larger file is treated as unreadable, so a hostile image cannot
+// make identification allocate gigabytes (the UDF reader has the same cap).
+constexpr size_t kMaxFileBytes = 64u << 20;
+
+class IsoDir final : public MediumDir {
+ public:
+  IsoDir(IsoImage *image, iso::Dir *dir, const char *path)
+      : image_(image), dir_(dir), path_(path) {}
+  ~IsoDir() override { iso::closeDir(image_, dir_); }
+
+  Error next(const char *&name) override {
+    std::memset(&entry_, 0, sizeof entry_);
+    Error err = iso::readDir(image_, dir_, &entry_);
+    name = entry_.name;
+    return err;
+  }
+  Error rewind() override { return iso::rewindDir(image_, dir_); }
+
+  // A fresh scan of the directory; names compare without regard to case.
+  Error lookup(const char *name, FileText *contents) override {
+    iso::Dir *scan = nullptr;
+    Error err = iso::openDir(image_, path_.c_str(), &scan);
+    iso::Entry entry;
+    while (err == IMG_OK) {
+      std::memset(&entry, 0, sizeof entry);
+      err = iso::readDir(image_, scan, &entry);
+      if (err == IMG_OK && str::equalsCaseless(entry.name, name)) {
+        break;
+      }
+    }
+    iso::closeDir(image_, scan);
+    iso::File *file = nullptr;
+    if (err == IMG_OK) {
+      err = iso::openFile(image_, &entry, &file);
+    }
+    if (err == IMG_OK && contents != nullptr) {
+      err = readWhole(file, *contents);
+    }
+    iso::closeFile(image_, file);
+    return err == IMG_END ? IMG_ERR_NOT_FOUND : err;
+  }
+
+ private:
+  // At most one sector comes with each read.
+  Error readWhole(iso::File *file, FileText &contents) {
+    std::string data;
+    char chunk[2048];
+    size_t length = sizeof chunk;
+    Error err;
+    while ((err = iso::readFile(image_, file, chunk, &length)) == IMG_OK) {
+      if (data.size() + length > kMaxFileBytes) {
+        return IMG_ERR_TOO_LARGE;
+      }
+      data.append(chunk, length);
+      length = sizeof chunk;
+    }
+    if (err == IMG_END) {
+      contents.data.reset(heapCopy(data));
+      contents.size = data.size();
+      err = IMG_OK;
+    }
+    return err;
+  }
+
+  IsoImage *image_;
+  iso::Dir *dir_;
+  iso::Entry entry_{};
+  std::string path_;
+};
+
+class UdfDir final : public MediumDir {
+ public:
+  UdfDir(UdfImage *image, udf::Dir *dir) : image_(image), dir_(dir) {}
+  ~UdfDir() override { udf::closeDir(dir_); }
+
+  Error next(const char *&name) override { return udf::readDir(dir_, &name); }
+  Error rewind() override { return udf::rewindDir(dir_); }
+
+  // The reader's own matching decides (exact, else caseless).
+  Error lookup(const char *name, FileText *contents) override {
+    udf::File *file = nullptr;
+    Error err = udf::openFile(image_, dir_, name, &file);
+    if (err == IMG_OK && contents != nullptr) {
+      char *data = nullptr;
+      err = udf::readFile(file, &data, &contents->size);
+      contents->data.reset(data);
+    }
+    udf::closeFile(file);
+    return err;
+  }
+
+ private:
+  UdfImage *image_;
+  udf::Dir *dir_;
+};
+
+}  // namespace
+
+Error openMedium(const char *imagePath, GuessMedium &medium) {
+  if (udf::open(imagePath, &medium.udfImage) == IMG_OK) {
+    medium.kind = GUESS_MEDIUM_UDF;
+    return IMG_OK;
+  }
+  uint32_t formats = iso::listFormats(imagePath);
+  Error err = iso::open(imagePath, formats, 0, &medium.isoImage);
+  if (err == IMG_OK) {
+    medium.kind = GUESS_MEDIUM_ISO9660;
+  }
+  return err;
+}
+
+void closeMedium(GuessMedium &medium) {
+  iso::close(medium.isoImage);
+  udf::close(medium.udfImage);
+}
+
+Error openMediumDir(GuessMedium &medium, const char *path,
+                    std::unique_ptr<MediumDir> &dir) {
+  Error err = IMG_ERR_ARG;
+  if (medium.kind == GUESS_MEDIUM_ISO9660) {
+    iso::Dir *isoDir = nullptr;
+    err = iso::openDir(medium.isoImage, path, &isoDir);
+    if (err == IMG_OK) {
+      dir = std::make_unique<IsoDir>(medium.isoImage, isoDir, path);
+    }
+  } else if (medium.kind == GUESS_MEDIUM_UDF) {
+    udf::Dir *udfDir = nullptr;
+    err = udf::openDir(medium.udfImage, nullptr, path, &udfDir);
+    if (err == IMG_OK) {
+      dir = std::make_unique<UdfDir>(medium.udfImage, udfDir);
+    }
+  } else {
+    GP_NOT_REACHED(kModule);
+  }
+  return err;
+}
+
+}  // namespace gp::guess
