@@ -123,10 +123,7 @@ using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_Mandriva(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     MandrivaFacts facts;
     bool noIsolinux = false;
     FileText version = readFileName(medium, "VERSION");
@@ -151,7 +148,7 @@ GP_EXPORT Bool Guess_Mandriva(GuessMedium *medium, GuessInfo *info) {
                        facts.version);
     }
     if (facts.verdict.osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     info->noIsolinux = noIsolinux ? TRUE : FALSE;
     return recognise(info, facts.verdict.osName, facts.verdict.subVersion);

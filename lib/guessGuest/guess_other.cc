@@ -99,20 +99,17 @@ using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_Solaris(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     const SolarisRelease *release = nullptr;
     {
       DirHandle root(medium, "/");
       if (!root) {
-        return FALSE;
+        return Outcome::Refused;
       }
       while (release == nullptr) {
         const char *entry = Guess_ReadDir(medium, root.get());
         if (entry == nullptr) {
-          return FALSE;
+          return Outcome::Refused;
         }
         release = solarisFromEntry(entry);
       }
@@ -123,15 +120,12 @@ GP_EXPORT Bool Guess_Solaris(GuessMedium *medium, GuessInfo *info) {
 }
 
 GP_EXPORT Bool Guess_NetWare(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     const char *osName = nullptr;
     {
       DirHandle root(medium, "/");
       if (!root) {
-        return FALSE;
+        return Outcome::Refused;
       }
       while (osName == nullptr) {
         const char *entry = Guess_ReadDir(medium, root.get());
@@ -142,23 +136,20 @@ GP_EXPORT Bool Guess_NetWare(GuessMedium *medium, GuessInfo *info) {
       }
     }
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
   });
 }
 
 GP_EXPORT Bool Guess_FreeBSD(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText kernel = readFileName(medium, "/kernel");
     if (!kernel.present()) {
       kernel = readFileName(medium, "/boot/kernel/kernel");
     }
     if (!kernel.present()) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     int arch = Guess_ELF_Arch(
         reinterpret_cast<const unsigned char *>(kernel.data.get()),
@@ -169,33 +160,27 @@ GP_EXPORT Bool Guess_FreeBSD(GuessMedium *medium, GuessInfo *info) {
 }
 
 GP_EXPORT Bool Guess_Orvexi(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText menu = readFileName(medium, "isolinux.cfg");
     if (!menu.present()) {
-      return FALSE;
+      return Outcome::Refused;
     }
     const char *osName = orvexiFromBootMenu(menu.text());
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
   });
 }
 
 GP_EXPORT Bool Guess_MacOS(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     for (const MacTest *t = kMacTests; t->dir != nullptr; ++t) {
       if (Guess_FileExists(medium, t->dir, t->entry)) {
         info->osName64 = t->osName64;
         return recognise(info, t->osName, GUESS_VERSION_UNKNOWN);
       }
     }
-    return FALSE;
+    return Outcome::Refused;
   });
 }
