@@ -30,25 +30,12 @@ const char *publicName(ToolsVersionStatus status) {
   return status >= 1 && status <= 9 ? kNames[status] : "?";
 }
 
-std::string illegalList(const ToolsComponent &c, const char *separator,
-                        bool json) {
+std::string illegalList(const ToolsComponent &c) {
   std::string out;
   for (const ToolsVersionValue &v : c.illegal) {
-    if (!out.empty()) out += separator;
-    std::string text = toolsVersionFormat(&v, TRUE);
-    out += json ? jsonString(text) : text;
+    out += (out.empty() ? "" : ",") + jsonString(toolsVersionFormat(&v, TRUE));
   }
   return out;
-}
-
-void printRow(const char *name, const ToolsComponent &c) {
-  std::printf(
-      "%-24s %-23s %-16s %c %-16s %-16s %-16s %s\n", name,
-      toolsStatusNames[c.status], toolsVersionFormat(&c.guest, FALSE).c_str(),
-      c.installed ? 'Y' : 'N', toolsVersionFormat(&c.host, FALSE).c_str(),
-      toolsVersionFormat(&c.avrMin, FALSE).c_str(),
-      toolsVersionFormat(&c.avrMax, FALSE).c_str(),
-      illegalList(c, ", ", false).c_str());
 }
 
 std::string jsonRow(const std::string &name, const ToolsComponent &c) {
@@ -59,11 +46,11 @@ std::string jsonRow(const std::string &name, const ToolsComponent &c) {
          ",\"host\":" + jsonString(toolsVersionFormat(&c.host, FALSE)) +
          ",\"avrMin\":" + jsonString(toolsVersionFormat(&c.avrMin, FALSE)) +
          ",\"avrMax\":" + jsonString(toolsVersionFormat(&c.avrMax, FALSE)) +
-         ",\"illegal\":[" + illegalList(c, ",", true) + "]}";
+         ",\"illegal\":[" + illegalList(c) + "]}";
 }
 
 void printReport(const ToolsComponentTable &table,
-                 const ToolsStatusOutcome &outcome, bool json) {
+                 const ToolsStatusDecision &outcome, bool json) {
   if (json) {
     std::string out =
         "{\"components\":[" + jsonRow("monolithic", outcome.monolithic);
@@ -76,12 +63,12 @@ void printReport(const ToolsComponentTable &table,
     std::printf("%s\n", out.c_str());
     return;
   }
-  std::printf("%-24s %-23s %-16s %c %-16s %-16s %-16s %s\n", "Component",
-              "Status", "Guest", 'I', "Host", "AVR Min", "AVR Max",
-              "AVR Illegal");
-  printRow("monolithic", outcome.monolithic);
+  std::printf("%s", toolsComponentRow("Component", nullptr, false).c_str());
+  std::printf(
+      "%s",
+      toolsComponentRow("monolithic", &outcome.monolithic, false).c_str());
   table.forEach([](const std::string &name, const ToolsComponent &c) {
-    printRow(name.c_str(), c);
+    std::printf("%s", toolsComponentRow(name.c_str(), &c, false).c_str());
   });
   std::printf("\nOverall status: %s\nPublic status:  %d %s\n",
               toolsStatusNames[outcome.overall], outcome.status,
@@ -141,9 +128,9 @@ int run(const gp::cli::Args &args) {
     toolsManifestAddEntry(name, value, &ctx);
   });
 
-  ToolsStatusOutcome outcome;
-  toolsStatusEvaluateOutcome(&table, &flags, &outcome);
-  printReport(table, outcome, json);
+  ToolsStatusDecision decision = toolsStatusDecide(&table);
+  toolsStatusLog(table, decision, &flags);
+  printReport(table, decision, json);
   return 0;
 }
 
