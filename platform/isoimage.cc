@@ -11,6 +11,7 @@
 
 #include "platform/fatal.h"
 #include "platform/isoimage_internal.h"
+#include "platform/strutil.h"
 
 namespace gp::iso {
 namespace {
@@ -18,6 +19,86 @@ namespace {
 using rec::kSectorSize;
 
 constexpr size_t kExtractChunk = 64u << 10;
+
+uint64_t caselessHash(std::string_view name) {
+  uint64_t hash = 14695981039346656037u;  // FNV-1a
+  for (char c : name) {
+    hash = (hash ^ static_cast<uint8_t>(str::toLower(c))) * 1099511628211u;
+  }
+  return hash;
+}
+
+// The bucket of `name`: the one holding its entries, or the empty one
+// where they would go.
+std::pair<size_t, size_t> &bucketOf(Listing &listing, std::string_view name) {
+  size_t mask = listing.buckets.size() - 1;
+  for (size_t b = caselessHash(name) & mask;; b = (b + 1) & mask) {
+    auto &bucket = listing.buckets[b];
+    if (bucket.first == kNoItem ||
+        str::equalsCaseless(listing.items[bucket.first].name, name)) {
+      return bucket;
+    }
+  }
+}
+
+void buildIndex(Listing &listing) {
+  size_t size = 1;
+  while (size < 2 * listing.items.size()) {
+    size *= 2;
+  }
+  listing.buckets.assign(size, {kNoItem, kNoItem});
+  listing.sameName.assign(listing.items.size(), kNoItem);
+  for (size_t i = 0; i < listing.items.size(); ++i) {
+    auto &bucket = bucketOf(listing, listing.items[i].name);
+    if (bucket.first == kNoItem) {
+      bucket.first = i;
+    } else {
+      listing.sameName[bucket.second] = i;
+    }
+    bucket.second = i;
+  }
+}
+
+// The first item of a listing named `name`, exactly or without regard to
+// ASCII case; long listings get an index on first use, so that lookups in
+// a huge directory stay cheap.
+const Item *findInListing(Listing &listing, std::string_view name,
+                          bool caseless) {
+  constexpr size_t kIndexFrom = 64;
+  auto matches = [&](const Item &item) {
+    return caseless ? str::equalsCaseless(item.name, name) : item.name == name;
+  };
+  if (listing.items.size() < kIndexFrom) {
+    for (const Item &item : listing.items) {
+      if (matches(item)) {
+        return &item;
+      }
+    }
+    return nullptr;
+  }
+  if (listing.buckets.empty()) {
+    buildIndex(listing);
+  }
+  for (size_t i = bucketOf(listing, name).first; i != kNoItem;
+       i = listing.sameName[i]) {
+    if (matches(listing.items[i])) {
+      return &listing.items[i];
+    }
+  }
+  return nullptr;
+}
+
+// The item named `name` in the directory that `dir` walks; not found is
+// how the listing ended when that was an error.
+Result findIn(IsoImage &image, Dir &dir, std::string_view name, bool caseless,
+              const Item *&item) {
+  Listing &listing = listingOf(image, dir);
+  item = findInListing(listing, name, caseless);
+  if (item != nullptr) {
+    return ISO_OK;
+  }
+  return listing.end == ISO_END ? ISO_ERR_NOT_FOUND : listing.end;
+}
 
 // Walks `path` from the root; each component must name a directory.
 Result walkPath(IsoImage &image, std::string_view path, Dir &dir) {
@@ -37,28 +118,24 @@ Result walkPath(IsoImage &image, std::string_view path, Dir &dir) {
     if (++components > kMaxPathComponents) {
       return ISO_ERR_NOT_FOUND;
     }
-    Item item;
-    do {
-      rc = nextItem(image, dir, item);
-    } while (rc == ISO_OK && item.name != component);
-    if (rc == ISO_END) {
-      return ISO_ERR_NOT_FOUND;
-    }
+    const Item *item = nullptr;
+    rc = findIn(image, dir, component, false, item);
     if (rc == ISO_OK) {
-      if (!item.isDirectory) {
+      if (!item->isDirectory) {
         return ISO_ERR_NOT_DIR;
       }
-      if (item.size > kMaxDirectoryBytes) {
+      if (item->size > kMaxDirectoryBytes) {
         return ISO_ERR_FORMAT;
       }
-      rc = startDir(image, item.extent, static_cast<uint32_t>(item.size), dir);
+      rc =
+          startDir(image, item->extent, static_cast<uint32_t>(item->size), dir);
     }
   }
   return rc;
 }
 
 // Finds the entry `isoPath` names (its last component in its directory).
-Result findItem(IsoImage &image, std::string_view isoPath, Item &item) {
+Result findItem(IsoImage &image, std::string_view isoPath, Item &found) {
   size_t slash = isoPath.rfind('/');
   std::string_view dirPath = slash == std::string_view::npos
                                  ? std::string_view()
@@ -69,21 +146,29 @@ Result findItem(IsoImage &image, std::string_view isoPath, Item &item) {
     return ISO_ERR_NOT_FOUND;
   }
   Dir dir;
+  const Item *item = nullptr;
   Result rc = walkPath(image, dirPath, dir);
-  while (rc == ISO_OK) {
-    rc = nextItem(image, dir, item);
-    if (rc == ISO_OK && item.name == name) {
-      return ISO_OK;
-    }
+  if (rc == ISO_OK) {
+    rc = findIn(image, dir, name, false, item);
   }
-  return rc == ISO_END ? ISO_ERR_NOT_FOUND : rc;
+  if (rc == ISO_OK) {
+    found = *item;
+  }
+  return rc;
 }
 
-void rememberExtents(IsoImage &image, const Item &item) {
+// The public entry for an item; a multi-extent file's extents are kept
+// so that openFile can follow it.
+void fillEntry(IsoImage &image, const Item &item, Entry &entry) {
   if (item.extents.size() > 1 &&
       image.multiExtent.size() < kMaxMultiExtentFiles) {
     image.multiExtent[item.extent] = item.extents;
   }
+  std::memset(&entry, 0, sizeof entry);
+  std::memcpy(entry.name, item.name.data(), item.name.size());
+  entry.extent = item.extent;
+  entry.size = item.size;
+  entry.isDirectory = item.isDirectory;
 }
 
 Result openExtents(const IsoImage &image, std::vector<Extent> extents,
@@ -239,26 +324,19 @@ Result readDir(IsoImage *image, Dir *dir, Entry *entry) {
   if (image == nullptr || dir == nullptr || entry == nullptr) {
     return ISO_ERR_ARG;
   }
-  Item item;
+  const Item *item = nullptr;
   Result rc = nextItem(*image, *dir, item);
-  if (rc != ISO_OK) {
-    return rc;
+  if (rc == ISO_OK) {
+    fillEntry(*image, *item, *entry);
   }
-  rememberExtents(*image, item);
-  std::memset(entry, 0, sizeof *entry);
-  std::memcpy(entry->name, item.name.data(), item.name.size());
-  entry->extent = item.extent;
-  entry->size = item.size;
-  entry->isDirectory = item.isDirectory;
-  return ISO_OK;
+  return rc;
 }
 
 Result rewindDir(IsoImage *image, Dir *dir) {
   if (image == nullptr || dir == nullptr) {
     return ISO_ERR_ARG;
   }
-  dir->pos = 0;
-  dir->records = 0;
+  dir->next = 0;
   return ISO_OK;
 }
 
@@ -348,13 +426,35 @@ Result extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
   Dir dir;
   Result rc = walkPath(*image, isoPath, dir);
   while (rc == ISO_OK) {
-    Item item;
+    const Item *item = nullptr;
     rc = nextItem(*image, dir, item);
-    if (rc == ISO_OK && item.isRegular) {
-      rc = copyToHost(*image, item, joinPath(hostDir, item.name));
+    if (rc == ISO_OK && item->isRegular) {
+      rc = copyToHost(*image, *item, joinPath(hostDir, item->name));
     }
   }
   return rc == ISO_END ? ISO_OK : rc;
+}
+
+Result findEntryCaseless(IsoImage *image, const char *path, const char *name,
+                         Entry *entry) {
+  if (image == nullptr || path == nullptr || name == nullptr ||
+      entry == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  Dir dir;
+  const Item *item = nullptr;
+  Result rc = walkPath(*image, path, dir);
+  if (rc == ISO_OK) {
+    rc = findIn(*image, dir, name, true, item);
+  }
+  if (rc == ISO_OK) {
+    fillEntry(*image, *item, *entry);
+  }
+  return rc;
+}
+
+bool overBudget(const IsoImage *image) {
+  return image != nullptr && image->overBudget;
 }
 
 uint64_t bytesRead(const IsoImage *image) {

@@ -90,6 +90,16 @@ Result extractFile(IsoImage *image, const char *isoPath, const char *hostPath);
 // subdirectories) into an existing host directory.
 Result extractDir(IsoImage *image, const char *isoPath, const char *hostDir);
 
+// The first entry of the directory `path` whose name equals `name` without
+// regard to ASCII case; ISO_ERR_NOT_FOUND when there is none. Repeated
+// lookups in one directory cost little: its listing is kept.
+Result findEntryCaseless(IsoImage *image, const char *path, const char *name,
+                         Entry *entry);
+
+// Whether the image has used up the work one open may do; from then on
+// its reads fail with ISO_ERR_BUDGET.
+bool overBudget(const IsoImage *image);
+
 // Bytes read from the image file since it was opened (benchmarks).
 uint64_t bytesRead(const IsoImage *image);
 

@@ -14,6 +14,11 @@
 
 struct UdfImage {
   std::unique_ptr<gp::udf::Volume> volume;
+  // Directory work so far: every openDir lists its directories afresh, so
+  // a hostile image with huge directories is stopped by this budget.
+  uint64_t dirBytes = 0;
+  uint64_t records = 0;
+  bool overBudget = false;
 };
 
 namespace gp::udf {
@@ -23,6 +28,8 @@ using namespace img;
 namespace {
 
 constexpr size_t kMaxEntries = 100000;
+constexpr uint64_t kMaxRecordsPerOpen = 400000;
+constexpr uint64_t kMaxDirBytesPerOpen = 48u << 20;
 constexpr size_t kMaxPathComponents = 64;
 
 struct Entry {
@@ -47,22 +54,33 @@ struct File {
 
 namespace {
 
+// Counts directory work against the image's budget; false once it is
+// spent.
+bool spend(UdfImage &image, uint64_t bytes, uint64_t records) {
+  image.dirBytes += bytes;
+  image.records += records;
+  image.overBudget = image.overBudget || image.dirBytes > kMaxDirBytesPerOpen ||
+                     image.records > kMaxRecordsPerOpen;
+  return !image.overBudget;
+}
+
 // Lists a directory node. A malformed identifier ends the listing with
 // what came before it.
-bool listDirectory(const Volume &volume, const Node &node,
-                   std::vector<Entry> &entries) {
-  if (!node.isDirectory()) {
-    return false;
-  }
+Error listDirectory(UdfImage &image, const Node &node,
+                    std::vector<Entry> &entries) {
   std::string stream;
-  if (!volume.readData(node, kMaxDirBytes, stream)) {
-    return false;
+  if (!node.isDirectory() ||
+      !image.volume->readData(node, kMaxDirBytes, stream)) {
+    return IMG_ERR_FORMAT;
   }
   disc::Bytes bytes(stream);
   size_t at = 0;
   disc::FileIdent ident;
   while (at < bytes.size() && entries.size() < kMaxEntries &&
          disc::decodeFileIdent(bytes, at, ident)) {
+    if (!spend(image, ident.recordLength, 1)) {
+      return IMG_ERR_BUDGET;
+    }
     at += ident.recordLength;
     if (ident.isDeleted() || ident.isParent()) {
       continue;
@@ -73,7 +91,7 @@ bool listDirectory(const Volume &volume, const Node &node,
     }
     entries.push_back({std::move(*name), ident.icb.where, ident.isDirectory()});
   }
-  return true;
+  return IMG_OK;
 }
 
 // The exact match if there is one, else the first caseless one.
@@ -96,12 +114,13 @@ Error openDirAt(UdfImage *image, disc::LbAddr icb, std::unique_ptr<Dir> &dir) {
   dir = std::make_unique<Dir>();
   dir->image = image;
   dir->self = icb;
-  if (!image->volume->loadNode(icb, node) ||
-      !listDirectory(*image->volume, node, dir->entries)) {
+  Error err = image->volume->loadNode(icb, node)
+                  ? listDirectory(*image, node, dir->entries)
+                  : IMG_ERR_FORMAT;
+  if (err != IMG_OK) {
     dir.reset();
-    return IMG_ERR_FORMAT;
   }
-  return IMG_OK;
+  return err;
 }
 
 Error openDirPath(UdfImage *image, Dir *start, const char *path, Dir **out) {
@@ -242,6 +261,10 @@ Error readFile(File *file, char **contents, size_t *length) {
 }
 
 void closeFile(File *file) { delete file; }
+
+bool overBudget(const UdfImage *image) {
+  return image != nullptr && image->overBudget;
+}
 
 uint64_t bytesRead(const UdfImage *image) {
   return image != nullptr ? image->volume->bytesRead() : 0;

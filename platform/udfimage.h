@@ -60,6 +60,10 @@ Error openFile(UdfImage *image, Dir *dir, const char *name, File **file);
 Error readFile(File *file, char **contents, size_t *length);
 void closeFile(File *file);
 
+// Whether listing directories has used up the work one open may do; from
+// then on directories fail to open with IMG_ERR_BUDGET.
+bool overBudget(const UdfImage *image);
+
 // Bytes read from the image file since it was opened (benchmarks).
 uint64_t bytesRead(const UdfImage *image);
 

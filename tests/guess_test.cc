@@ -6,11 +6,14 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "platform/hostio.h"
 #include "platform/isoimage.h"
 #include "support/fixtures.h"
+#include "support/hostile_iso.h"
 
 namespace {
 
@@ -147,6 +150,57 @@ TEST(Driver, OpenFailureClearsTheRecord) {
   EXPECT_EQ(GUESS_OPEN_FAILED,
             Guess_Guest((tmp / "missing").c_str(), 0, &info));
   EXPECT_EQ(GUESS_OPEN_FAILED, Guess_Guest(tmp.path().c_str(), 0, &info));
+}
+
+// Every byte that pread delivers while it is alive.
+class PreadCounter {
+ public:
+  PreadCounter() : scoped_(counting()) { bytes() = 0; }
+  static uint64_t &bytes() {
+    static uint64_t count = 0;
+    return count;
+  }
+
+ private:
+  static gp::HostOps counting() {
+    gp::HostOps ops = gp::hostOps();
+    ops.pread = [](int fd, void *buf, size_t n, off_t at) {
+      ssize_t got = gp::realHostOps().pread(fd, buf, n, at);
+      bytes() += got > 0 ? static_cast<uint64_t>(got) : 0;
+      return got;
+    };
+    return ops;
+  }
+  gp::ScopedHostOps scoped_;
+};
+
+// Crafted images that made identification take seconds to hours: now the
+// whole run reads each byte of them a few times at most, and one that
+// would pass the budget counts as unreadable, with the record cleared.
+TEST(Driver, HostileImagesCostLittle) {
+  gp::test::TempDir tmp;
+  const struct {
+    const char *what;
+    gp::test::HostileIso spec;
+    int result;
+  } cases[] = {
+      {"100 records, self-continuing areas", {100, 65536}, GUESS_NOT_FOUND},
+      {"1000 records, self-continuing areas", {1000, 65536}, GUESS_OPEN_FAILED},
+      {"100,000 records", {100000, 0}, GUESS_NOT_FOUND},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string path = tmp / "hostile.iso";
+    ASSERT_TRUE(gp::test::writeHostileIso(path, c.spec));
+    GuessInfo info, zero{};
+    std::memset(&info, 0xAB, sizeof info);
+    PreadCounter reads;
+    EXPECT_EQ(c.result, Guess_Guest(path.c_str(), 0, &info));
+    if (c.result == GUESS_OPEN_FAILED) {
+      EXPECT_EQ(0, std::memcmp(&zero, &info, sizeof info));
+    }
+    EXPECT_LT(PreadCounter::bytes(), 4 * std::filesystem::file_size(path));
+  }
 }
 
 TEST(Driver, VersionStrings) {

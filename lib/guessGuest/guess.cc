@@ -59,7 +59,12 @@ int guessGuest(const char *imagePath, GuessInfo *info) {
     found = (*d)(&medium, info) != FALSE;
   }
   std::free(medium.path);
+  bool overBudget = mediumOverBudget(medium);
   closeMedium(medium);
+  if (overBudget) {
+    std::memset(info, 0, sizeof *info);
+    return GUESS_OPEN_FAILED;
+  }
   return found ? GUESS_FOUND : GUESS_NOT_FOUND;
 }
 

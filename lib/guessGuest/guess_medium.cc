@@ -6,7 +6,6 @@
 
 #include "platform/fatal.h"
 #include "platform/isoimage.h"
-#include "platform/strutil.h"
 #include "platform/udfimage.h"
 
 namespace gp::guess {
@@ -18,6 +17,9 @@ using namespace img;
 // MiB. A larger file is treated as unreadable, so a hostile image cannot
 // make identification allocate gigabytes (the UDF reader has the same cap).
 constexpr size_t kMaxFileBytes = 64u << 20;
+// All that one identification reads from an image, files included; past
+// it no more files are read and the medium counts as unreadable.
+constexpr uint64_t kMaxBytesPerMedium = 256u << 20;
 
 class IsoDir final : public MediumDir {
  public:
@@ -33,20 +35,15 @@ class IsoDir final : public MediumDir {
   }
   Error rewind() override { return iso::rewindDir(image_, dir_); }
 
-  // A fresh scan of the directory; names compare without regard to case.
+  // Names compare without regard to case; the reader keeps the listing,
+  // so repeated lookups do not rescan the directory.
   Error lookup(const char *name, FileText *contents) override {
-    iso::Dir *scan = nullptr;
-    Error err = iso::openDir(image_, path_.c_str(), &scan);
-    iso::Entry entry;
-    while (err == IMG_OK) {
-      std::memset(&entry, 0, sizeof entry);
-      err = iso::readDir(image_, scan, &entry);
-      if (err == IMG_OK && str::equalsCaseless(entry.name, name)) {
-        break;
-      }
+    if (contents != nullptr && iso::bytesRead(image_) > kMaxBytesPerMedium) {
+      return IMG_ERR_BUDGET;
     }
-    iso::closeDir(image_, scan);
+    iso::Entry entry;
     iso::File *file = nullptr;
+    Error err = iso::findEntryCaseless(image_, path_.c_str(), name, &entry);
     if (err == IMG_OK) {
       err = iso::openFile(image_, &entry, &file);
     }
@@ -54,7 +51,7 @@ class IsoDir final : public MediumDir {
       err = readWhole(file, *contents);
     }
     iso::closeFile(image_, file);
-    return err == IMG_END ? IMG_ERR_NOT_FOUND : err;
+    return err;
   }
 
  private:
@@ -95,6 +92,9 @@ class UdfDir final : public MediumDir {
 
   // The reader's own matching decides (exact, else caseless).
   Error lookup(const char *name, FileText *contents) override {
+    if (contents != nullptr && udf::bytesRead(image_) > kMaxBytesPerMedium) {
+      return IMG_ERR_BUDGET;
+    }
     udf::File *file = nullptr;
     Error err = udf::openFile(image_, dir_, name, &file);
     if (err == IMG_OK && contents != nullptr) {
@@ -124,6 +124,12 @@ Error openMedium(const char *imagePath, GuessMedium &medium) {
     medium.kind = GUESS_MEDIUM_ISO9660;
   }
   return err;
+}
+
+bool mediumOverBudget(const GuessMedium &medium) {
+  return iso::overBudget(medium.isoImage) || udf::overBudget(medium.udfImage) ||
+         iso::bytesRead(medium.isoImage) > kMaxBytesPerMedium ||
+         udf::bytesRead(medium.udfImage) > kMaxBytesPerMedium;
 }
 
 void closeMedium(GuessMedium &medium) {

@@ -28,6 +28,10 @@ class MediumDir {
 // reader handle.
 Error openMedium(const char *imagePath, GuessMedium &medium);
 void closeMedium(GuessMedium &medium);
+// Whether the medium made its readers do more work than one identification
+// may (ISO 9660 and UDF budgets, and all bytes read): it counts as
+// unreadable.
+bool mediumOverBudget(const GuessMedium &medium);
 
 // Opens the directory `path` exactly as given.
 Error openMediumDir(GuessMedium &medium, const char *path,
