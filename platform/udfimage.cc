@@ -2,7 +2,6 @@
 #include "platform/udfimage.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -144,14 +143,19 @@ Error openDirPath(UdfImage *image, Dir *start, const char *path, Dir **out) {
   return err;
 }
 
+// Clears an out-parameter; false when there is none.
+template <typename T>
+bool clearOut(T **out) {
+  if (out != nullptr) {
+    *out = nullptr;
+  }
+  return out != nullptr;
+}
+
 }  // namespace
 
 Error open(const char *path, UdfImage **image) {
-  if (image == nullptr) {
-    return IMG_ERR_ARG;
-  }
-  *image = nullptr;
-  if (path == nullptr) {
+  if (!clearOut(image) || path == nullptr) {
     return IMG_ERR_ARG;
   }
   return abiGuard(IMG_ERR_IO, [&] {
@@ -173,11 +177,7 @@ Error open(const char *path, UdfImage **image) {
 void close(UdfImage *image) { delete image; }
 
 Error openDir(UdfImage *image, Dir *start, const char *path, Dir **dir) {
-  if (dir == nullptr) {
-    return IMG_ERR_ARG;
-  }
-  *dir = nullptr;
-  if (image == nullptr || path == nullptr) {
+  if (!clearOut(dir) || image == nullptr || path == nullptr) {
     return IMG_ERR_ARG;
   }
   return abiGuard(IMG_ERR_IO,
@@ -212,11 +212,8 @@ Error closeDir(Dir *dir) {
 }
 
 Error openFile(UdfImage *image, Dir *dir, const char *name, File **file) {
-  if (file == nullptr) {
-    return IMG_ERR_ARG;
-  }
-  *file = nullptr;
-  if (image == nullptr || dir == nullptr || name == nullptr) {
+  if (!clearOut(file) || image == nullptr || dir == nullptr ||
+      name == nullptr) {
     return IMG_ERR_ARG;
   }
   return abiGuard(IMG_ERR_IO, [&] {
@@ -249,10 +246,7 @@ Error readFile(File *file, char **contents, size_t *length) {
     if (!file->image->volume->readData(file->node, kMaxFileBytes, data)) {
       return IMG_ERR_FORMAT;
     }
-    auto *buffer = static_cast<char *>(checkedMalloc(data.size() + 1));
-    std::memcpy(buffer, data.data(), data.size());
-    buffer[data.size()] = '\0';
-    *contents = buffer;
+    *contents = heapCopy(data);
     if (length != nullptr) {
       *length = data.size();
     }

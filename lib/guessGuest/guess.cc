@@ -9,10 +9,6 @@
 #include "platform/msgcatalog.h"
 #include "platform/strutil.h"
 
-struct GuessDir {
-  std::unique_ptr<gp::guess::MediumDir> medium;
-};
-
 namespace gp::guess {
 namespace {
 
@@ -35,16 +31,14 @@ const GuessDetector kDetectors[] = {
 };
 
 GuessDir *guessOpenDirOnce(GuessMedium *medium, const char *path) {
-  auto dir = std::make_unique<GuessDir>();
-  if (openMediumDir(*medium, path, dir->medium) != img::IMG_OK) {
-    return nullptr;
-  }
+  std::unique_ptr<GuessDir> dir;
+  openMediumDir(*medium, path, dir);
   return dir.release();
 }
 
 // Looks `name` up in `dir`; reads it whole when `contents` is not null.
 bool guessLookupFile(GuessDir *dir, const char *name, FileText *contents) {
-  return dir->medium->lookup(name, contents) == img::IMG_OK;
+  return dir->lookup(name, contents) == img::IMG_OK;
 }
 
 int guessGuest(const char *imagePath, GuessInfo *info) {
@@ -88,6 +82,15 @@ auto tryCaseVariants(const char *text, Try &&attempt)
 FileText readFileName(GuessMedium *medium, const char *path) {
   FileText t;
   t.data.reset(Guess_ReadFileName(medium, path, &t.size));
+  return t;
+}
+
+FileText readFirstOf(GuessMedium *medium,
+                     std::initializer_list<const char *> paths) {
+  FileText t;
+  for (auto path = paths.begin(); !t.present() && path != paths.end(); ++path) {
+    t = readFileName(medium, *path);
+  }
   return t;
 }
 
@@ -176,14 +179,14 @@ GP_EXPORT const char *Guess_ReadDir(GuessMedium *medium, GuessDir *dir) {
     return nullptr;
   }
   const char *name = nullptr;
-  return dir->medium->next(name) == img::IMG_OK ? name : nullptr;
+  return dir->next(name) == img::IMG_OK ? name : nullptr;
 }
 
 GP_EXPORT Bool Guess_RewindDir(GuessMedium *medium, GuessDir *dir) {
   if (medium == nullptr || dir == nullptr) {
     return FALSE;
   }
-  return dir->medium->rewind() == img::IMG_OK;
+  return dir->rewind() == img::IMG_OK;
 }
 
 GP_EXPORT Bool Guess_CloseDir(GuessMedium *medium, GuessDir *dir) {

@@ -27,6 +27,10 @@ struct FileText {
 // Guess_ReadFileName wrapped in an owner.
 FileText readFileName(GuessMedium *medium, const char *path);
 
+// The first of the files that can be read, in order.
+FileText readFirstOf(GuessMedium *medium,
+                     std::initializer_list<const char *> paths);
+
 // Guess_ReadFile wrapped in an owner.
 FileText readFile(GuessMedium *medium, GuessDir *dir, const char *name);
 

@@ -134,10 +134,8 @@ GP_EXPORT Bool Guess_Mandriva(GuessMedium *medium, GuessInfo *info) {
           medium, {"isolinux", "i586/isolinux", "x86_64/isolinux"});
       mandrivaFromVolumeId(volumeIdOf(medium), facts);
       if (!facts.settled) {
-        FileText product = readFileName(medium, "i586/product.id");
-        if (!product.present()) {
-          product = readFileName(medium, "x86_64/product.id");
-        }
+        FileText product =
+            readFirstOf(medium, {"i586/product.id", "x86_64/product.id"});
         if (product.present()) {
           mandrivaFromProductId(product.text(), facts);
         }

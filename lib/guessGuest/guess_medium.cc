@@ -21,7 +21,7 @@ constexpr size_t kMaxFileBytes = 64u << 20;
 // it no more files are read and the medium counts as unreadable.
 constexpr uint64_t kMaxBytesPerMedium = 256u << 20;
 
-class IsoDir final : public MediumDir {
+class IsoDir final : public GuessDir {
  public:
   IsoDir(IsoImage *image, iso::Dir *dir, const char *path)
       : image_(image), dir_(dir), path_(path) {}
@@ -82,7 +82,7 @@ class IsoDir final : public MediumDir {
   std::string path_;
 };
 
-class UdfDir final : public MediumDir {
+class UdfDir final : public GuessDir {
  public:
   UdfDir(UdfImage *image, udf::Dir *dir) : image_(image), dir_(dir) {}
   ~UdfDir() override { udf::closeDir(dir_); }
@@ -138,7 +138,7 @@ void closeMedium(GuessMedium &medium) {
 }
 
 Error openMediumDir(GuessMedium &medium, const char *path,
-                    std::unique_ptr<MediumDir> &dir) {
+                    std::unique_ptr<GuessDir> &dir) {
   Error err = IMG_ERR_ARG;
   if (medium.kind == GUESS_MEDIUM_ISO9660) {
     iso::Dir *isoDir = nullptr;

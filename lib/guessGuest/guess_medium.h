@@ -7,22 +7,22 @@
 #include "lib/guessGuest/guess_internal.h"
 #include "platform/imageerror.h"
 
+// One opened directory of a medium, the handle of the Guess_ operations.
+struct GuessDir {
+  virtual ~GuessDir() = default;
+  // The next entry's name, valid until the next call; IMG_END after the
+  // last one.
+  virtual gp::img::Error next(const char *&name) = 0;
+  virtual gp::img::Error rewind() = 0;
+  // Looks `name` up as a file of this directory, whatever the listing's
+  // position, and reads it whole into `contents` unless that is null.
+  virtual gp::img::Error lookup(const char *name,
+                                gp::guess::FileText *contents) = 0;
+};
+
 namespace gp::guess {
 
 using img::Error;
-
-// One opened directory of a medium.
-class MediumDir {
- public:
-  virtual ~MediumDir() = default;
-  // The next entry's name, valid until the next call; IMG_END after the
-  // last one.
-  virtual Error next(const char *&name) = 0;
-  virtual Error rewind() = 0;
-  // Looks `name` up as a file of this directory, whatever the listing's
-  // position, and reads it whole into `contents` unless that is null.
-  virtual Error lookup(const char *name, FileText *contents) = 0;
-};
 
 // Opens the image as UDF, else as ISO 9660, setting the medium's kind and
 // reader handle.
@@ -35,6 +35,6 @@ bool mediumOverBudget(const GuessMedium &medium);
 
 // Opens the directory `path` exactly as given.
 Error openMediumDir(GuessMedium &medium, const char *path,
-                    std::unique_ptr<MediumDir> &dir);
+                    std::unique_ptr<GuessDir> &dir);
 
 }  // namespace gp::guess

@@ -93,6 +93,24 @@ const char *orvexiFromBootMenu(std::string_view text) {
   return nullptr;
 }
 
+// What the first root entry that marks something marks; null when none
+// does or the root does not open (`opened` tells which).
+template <typename Mark>
+auto firstRootMark(GuessMedium *medium, Mark mark, bool *opened = nullptr)
+    -> decltype(mark("")) {
+  DirHandle root(medium, "/");
+  if (opened != nullptr) {
+    *opened = static_cast<bool>(root);
+  }
+  const char *entry = nullptr;
+  while (root && (entry = Guess_ReadDir(medium, root.get())) != nullptr) {
+    if (auto marked = mark(entry)) {
+      return marked;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace gp::guess
 
 using namespace gp;
@@ -100,19 +118,9 @@ using namespace gp::guess;
 
 GP_EXPORT Bool Guess_Solaris(GuessMedium *medium, GuessInfo *info) {
   return runDetector(medium, info, [&]() -> Outcome {
-    const SolarisRelease *release = nullptr;
-    {
-      DirHandle root(medium, "/");
-      if (!root) {
-        return Outcome::Refused;
-      }
-      while (release == nullptr) {
-        const char *entry = Guess_ReadDir(medium, root.get());
-        if (entry == nullptr) {
-          return Outcome::Refused;
-        }
-        release = solarisFromEntry(entry);
-      }
+    const SolarisRelease *release = firstRootMark(medium, solarisFromEntry);
+    if (release == nullptr) {
+      return Outcome::Refused;
     }
     info->osName64 = release->osName64;
     return recognise(info, release->osName, GUESS_VERSION_UNKNOWN);
@@ -121,22 +129,10 @@ GP_EXPORT Bool Guess_Solaris(GuessMedium *medium, GuessInfo *info) {
 
 GP_EXPORT Bool Guess_NetWare(GuessMedium *medium, GuessInfo *info) {
   return runDetector(medium, info, [&]() -> Outcome {
-    const char *osName = nullptr;
-    {
-      DirHandle root(medium, "/");
-      if (!root) {
-        return Outcome::Refused;
-      }
-      while (osName == nullptr) {
-        const char *entry = Guess_ReadDir(medium, root.get());
-        if (entry == nullptr) {
-          break;
-        }
-        osName = netwareFromEntry(entry);
-      }
-    }
+    bool opened = false;
+    const char *osName = firstRootMark(medium, netwareFromEntry, &opened);
     if (osName == nullptr) {
-      return Outcome::NotRecognised;
+      return opened ? Outcome::NotRecognised : Outcome::Refused;
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
   });
@@ -144,10 +140,7 @@ GP_EXPORT Bool Guess_NetWare(GuessMedium *medium, GuessInfo *info) {
 
 GP_EXPORT Bool Guess_FreeBSD(GuessMedium *medium, GuessInfo *info) {
   return runDetector(medium, info, [&]() -> Outcome {
-    FileText kernel = readFileName(medium, "/kernel");
-    if (!kernel.present()) {
-      kernel = readFileName(medium, "/boot/kernel/kernel");
-    }
+    FileText kernel = readFirstOf(medium, {"/kernel", "/boot/kernel/kernel"});
     if (!kernel.present()) {
       return Outcome::NotRecognised;
     }

@@ -295,17 +295,13 @@ using namespace gp::guess;
 
 GP_EXPORT Bool Guess_WindowsNT(GuessMedium *medium, GuessInfo *info) {
   return runDetector(medium, info, [&]() -> Outcome {
-    FileText setup = readFileName(medium, "I386/TXTSETUP.SIF");
-    FileText prodspec = readFileName(medium, "I386/PRODSPEC.INI");
+    FileText setup =
+        readFirstOf(medium, {"I386/TXTSETUP.SIF", "AMD64/TXTSETUP.SIF"});
     if (!setup.present()) {
-      setup = readFileName(medium, "AMD64/TXTSETUP.SIF");
-      if (!setup.present()) {
-        return Outcome::NotRecognised;
-      }
+      return Outcome::NotRecognised;
     }
-    if (!prodspec.present()) {
-      prodspec = readFileName(medium, "AMD64/PRODSPEC.INI");
-    }
+    FileText prodspec =
+        readFirstOf(medium, {"I386/PRODSPEC.INI", "AMD64/PRODSPEC.INI"});
     const char *osName = windowsNtFromSetup(setup.view());
     if (osName == nullptr) {
       return Outcome::NotRecognised;
