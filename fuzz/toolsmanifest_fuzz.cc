@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   apply(parts[2], &table, nullptr, TOOLS_MANIFEST_GUEST);
   ToolsStatusDecision decision = toolsStatusDecide(&table);
   toolsStatusLog(table, decision, &flags);
-  ToolsVersionStatus status = decision.status;
+  ToolsVersionStatus status = decision.status();
   // A reason that names components has at least one to name.
   bool holderless = decision.reason == ToolsStatusReason::Holders &&
                     !decision.monolithicCounts &&

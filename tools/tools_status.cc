@@ -58,8 +58,8 @@ void printReport(const ToolsComponentTable &table,
       out += "," + jsonRow(name, c);
     });
     out += "],\"overall\":" + jsonString(toolsStatusNames[outcome.overall]) +
-           ",\"status\":" + std::to_string(outcome.status) +
-           ",\"statusName\":" + jsonString(publicName(outcome.status)) + "}";
+           ",\"status\":" + std::to_string(outcome.status()) +
+           ",\"statusName\":" + jsonString(publicName(outcome.status())) + "}";
     std::printf("%s\n", out.c_str());
     return;
   }
@@ -71,8 +71,8 @@ void printReport(const ToolsComponentTable &table,
     std::printf("%s", toolsComponentRow(name.c_str(), &c, false).c_str());
   });
   std::printf("\nOverall status: %s\nPublic status:  %d %s\n",
-              toolsStatusNames[outcome.overall], outcome.status,
-              publicName(outcome.status));
+              toolsStatusNames[outcome.overall], outcome.status(),
+              publicName(outcome.status()));
 }
 
 void printUnknown(bool json) {

@@ -150,9 +150,9 @@ struct ToolsStatusDecision {
   ToolsComponent monolithic;  // as judged
   ToolsStatusLists lists;     // names point into the table's keys
   ToolsComponentStatus overall = TOOLS_COMPONENT_CURRENT;
-  ToolsVersionStatus status = TOOLS_STATUS_CURRENT;  // the public code
   ToolsStatusReason reason = ToolsStatusReason::None;
   bool monolithicCounts = false;  // Holders: led by the monolithic version
+  ToolsVersionStatus status() const { return toolsStatusResult[overall]; }
 };
 
 // Judges every record once all three manifests are in the table; removes

@@ -150,11 +150,6 @@ ToolsComponentPtr takeMonolithic(ToolsComponentTable *table) {
   return mono;
 }
 
-ToolsStatusDecision &finish(ToolsStatusDecision &d) {
-  d.status = toolsStatusResult[d.overall];
-  return d;
-}
-
 }  // namespace
 
 ToolsComponentStatus toolsComponentGetStatus(ToolsComponent *c) {
@@ -247,7 +242,7 @@ ToolsStatusDecision toolsStatusDecide(ToolsComponentTable *table) {
     if (monoStatus == worst || !d.lists[worst].empty()) {
       d.overall = worst;
       d.monolithicCounts = monoStatus == worst;
-      return finish(d);
+      return d;
     }
   }
   if (!d.lists[TOOLS_COMPONENT_MISSING].empty() &&
@@ -255,19 +250,19 @@ ToolsStatusDecision toolsStatusDecide(ToolsComponentTable *table) {
        monoStatus == TOOLS_COMPONENT_SUPPORTED_NEW)) {
     d.overall = static_cast<ToolsComponentStatus>(monoStatus);
     d.reason = ToolsStatusReason::MonolithicWithMissing;
-    return finish(d);
+    return d;
   }
   // Here the monolithic version does not count: only components do.
   for (ToolsComponentStatus supported :
        {TOOLS_COMPONENT_SUPPORTED_OLD, TOOLS_COMPONENT_SUPPORTED_NEW}) {
     if (!d.lists[supported].empty()) {
       d.overall = supported;
-      return finish(d);
+      return d;
     }
   }
   d.overall = TOOLS_COMPONENT_CURRENT;
   d.reason = ToolsStatusReason::None;
-  return finish(d);
+  return d;
 }
 
 void toolsStatusLog(const ToolsComponentTable &table,
@@ -290,7 +285,7 @@ ToolsVersionStatus toolsStatusEvaluate(ToolsComponentTable *table,
                                        const ToolsDebugFlags *flags) {
   ToolsStatusDecision decision = toolsStatusDecide(table);
   toolsStatusLog(*table, decision, flags);
-  return decision.status;
+  return decision.status();
 }
 
 }  // namespace gp::tools
