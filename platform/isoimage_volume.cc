@@ -248,6 +248,7 @@ void listDirectory(IsoImage &image, Dir &dir) {
     return;
   }
   auto listing = std::make_shared<Listing>();
+  listing->items.reserve(dir.size / 64);  // a typical record's length
   Item item;
   Result rc;
   while ((rc = decodeItem(image, dir, item)) == ISO_OK) {

@@ -28,8 +28,7 @@ class IsoDir final : public GuessDir {
   ~IsoDir() override { iso::closeDir(image_, dir_); }
 
   Error next(const char *&name) override {
-    std::memset(&entry_, 0, sizeof entry_);
-    Error err = iso::readDir(image_, dir_, &entry_);
+    Error err = iso::readDir(image_, dir_, &entry_);  // clears entry_
     name = entry_.name;
     return err;
   }
