@@ -94,12 +94,6 @@ FileText readFirstOf(GuessMedium *medium,
   return t;
 }
 
-FileText readFile(GuessMedium *medium, GuessDir *dir, const char *name) {
-  FileText t;
-  t.data.reset(Guess_ReadFile(medium, dir, name, &t.size));
-  return t;
-}
-
 }  // namespace gp::guess
 
 using namespace gp;

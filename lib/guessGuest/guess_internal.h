@@ -31,9 +31,6 @@ FileText readFileName(GuessMedium *medium, const char *path);
 FileText readFirstOf(GuessMedium *medium,
                      std::initializer_list<const char *> paths);
 
-// Guess_ReadFile wrapped in an owner.
-FileText readFile(GuessMedium *medium, GuessDir *dir, const char *name);
-
 // A directory handle closed on scope exit.
 class DirHandle {
  public:
