@@ -375,5 +375,25 @@ TEST(UdfLayout, PatchedImages) {
   EXPECT_EQ(dirAt(image.get(), nullptr, deep.c_str()), nullptr);
 }
 
+// Every openDir lists its directories afresh; a caller that keeps listing
+// a large directory runs into the open's budget instead of working on.
+TEST(UdfImage, ListingAgainAndAgainEndsAtTheBudget) {
+  FileTree tree;
+  for (int i = 0; i < 4000; ++i) tree["f" + std::to_string(i)] = "";
+  ImagePtr image = openImage(udfBridgeFromTree(tree));
+  ASSERT_TRUE(image);
+  int opened = 0;
+  Dir *dir = nullptr;
+  Error err;
+  while ((err = openDir(image.get(), nullptr, "", &dir)) == IMG_OK &&
+         opened < 1000) {
+    ++opened;
+    closeDir(dir);
+  }
+  EXPECT_EQ(err, IMG_ERR_BUDGET);
+  EXPECT_TRUE(overBudget(image.get()));
+  EXPECT_GT(opened, 50);  // a real caller's listings stay far below
+}
+
 }  // namespace
 }  // namespace gp::udf
