@@ -137,27 +137,19 @@ Release releaseClass(const std::string &branch,
   return Release::None;
 }
 
+// The identifiers of each release (in Release order): client 32-bit and
+// 64-bit, server 32-bit and 64-bit. Releases from Windows 7 on have
+// 64-bit servers only.
+const char *const kVistaFamily[][4] = {
+    {"longhorn", "longhorn-64", "longhorn", "longhorn-64"},
+    {"winvista", "winvista-64", "longhorn", "longhorn-64"},
+    {"windows7", "windows7-64", "windows7srv-64", "windows7srv-64"},
+    {"windows8", "windows8-64", "windows8srv-64", "windows8srv-64"},
+};
+
 const char *vistaIdentifier(Release release, bool server, bool is64) {
-  switch (release) {
-    case Release::Vista:
-      if (server) {
-        return is64 ? "longhorn-64" : "longhorn";
-      }
-      return is64 ? "winvista-64" : "winvista";
-    case Release::Windows7:
-      if (server) {
-        return "windows7srv-64";
-      }
-      return is64 ? "windows7-64" : "windows7";
-    case Release::Windows8:
-      if (server) {
-        return "windows8srv-64";
-      }
-      return is64 ? "windows8-64" : "windows8";
-    case Release::None:
-      break;
-  }
-  return is64 ? "longhorn-64" : "longhorn";
+  return kVistaFamily[static_cast<int>(release)]
+                     [(server ? 2 : 0) + (is64 ? 1 : 0)];
 }
 
 // The install image names of "sources", each followed by "?".
