@@ -41,8 +41,7 @@ void BM_FormatAndAddTenFiles(benchmark::State &state) {
   gWrites = 0;
   for (auto _ : state) {
     FatHandle volume = nullptr, root = nullptr;
-    if (fat::formatVolume(nullptr, image.c_str(), 1, 1, &volume) !=
-            fat::FAT_OK ||
+    if (fat::formatVolume(image.c_str(), 1, &volume) != fat::FAT_OK ||
         fat::openRootDirectory(volume, &root) != fat::FAT_OK) {
       state.SkipWithError("format failed");
       break;

@@ -1,5 +1,5 @@
-// Runs every marker-file reading of the Linux and other detectors over one
-// fuzzed text, as a detector would after reading it from a medium.
+// Runs every marker-file reading of the Windows, Linux and other detectors
+// over one fuzzed text, as a detector would after reading it from a medium.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -40,6 +40,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   orvexiFromBootMenu(text);
   solarisFromEntry(text);
   netwareFromEntry(text);
+
+  // Windows: the text serves as each of the files a detector reads; the
+  // install image test answers from the text as well.
+  windowsNtFromSetup(text);
+  windowsNtLanguage(text);
+  windowsLanguage(text);
+  windowsVistaFamily(text, text, [text](const char *prefix) {
+    return gp::str::contains(text, prefix);
+  });
 
   // Versions compare consistently whichever way round.
   size_t half = text.size() / 2;

@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::fwrite(data, 1, size, f);
   std::fclose(f);
   FatHandle volume = nullptr, root = nullptr;
-  if (fat::openVolume(nullptr, path.c_str(), 1, &volume) == fat::FAT_OK) {
+  if (fat::openVolume(path.c_str(), 1, &volume) == fat::FAT_OK) {
     fat::skipVolumeBoot(volume, fat::FAT_FILE_SYSTEM);
     if (fat::openRootDirectory(volume, &root) == fat::FAT_OK) {
       walk(root, 0);

@@ -54,11 +54,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     toolsSetAvrMinFromHost(&table);
   }
   apply(parts[2], &table, nullptr, TOOLS_MANIFEST_GUEST);
-  ToolsStatusOutcome outcome;
-  ToolsVersionStatus status =
-      toolsStatusEvaluateOutcome(&table, &flags, &outcome);
+  ToolsStatusDecision decision = toolsStatusDecide(&table);
+  toolsStatusLog(table, decision, &flags);
+  ToolsVersionStatus status = decision.status();
+  // A reason that names components has at least one to name.
+  bool holderless = decision.reason == ToolsStatusReason::Holders &&
+                    !decision.monolithicCounts &&
+                    decision.lists[decision.overall].empty();
   if (status < TOOLS_STATUS_TOO_OLD || status > TOOLS_STATUS_BLACKLISTED ||
-      outcome.status != status) {
+      holderless) {
     __builtin_trap();
   }
   table.forEach([](const std::string &, const ToolsComponent &c) {

@@ -16,24 +16,27 @@
 namespace {
 
 void walk(UdfImage *image, gp::udf::Dir *start, const char *path, int depth) {
-  gp::udf::Dir *dir = gp::udf::openDir(image, start, path);
-  if (dir == nullptr) return;
+  gp::udf::Dir *dir = nullptr;
+  if (gp::udf::openDir(image, start, path, &dir) != gp::img::IMG_OK) return;
   std::vector<std::string> names;
-  while (const char *name = gp::udf::readDir(dir)) {
+  const char *name = nullptr;
+  while (gp::udf::readDir(dir, &name) == gp::img::IMG_OK) {
     if (names.size() < 64) names.emplace_back(name);
   }
   gp::udf::rewindDir(dir);
-  for (const std::string &name : names) {
-    if (gp::udf::File *file = gp::udf::openFile(image, dir, name.c_str())) {
+  for (const std::string &entry : names) {
+    gp::udf::File *file = nullptr;
+    if (gp::udf::openFile(image, dir, entry.c_str(), &file) ==
+        gp::img::IMG_OK) {
       char *data = nullptr;
       size_t length = 0;
-      if (gp::udf::readFile(file, &data, &length)) {
+      if (gp::udf::readFile(file, &data, &length) == gp::img::IMG_OK) {
         if (data[length] != '\0') std::abort();
         std::free(data);
       }
       gp::udf::closeFile(file);
     } else if (depth < 4) {
-      walk(image, dir, name.c_str(), depth + 1);
+      walk(image, dir, entry.c_str(), depth + 1);
     }
   }
   gp::udf::closeDir(dir);
@@ -54,7 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   }
   std::string path = "/proc/self/fd/" + std::to_string(fd);
   if (written && ftruncate(fd, end) == 0) {
-    if (UdfImage *image = gp::udf::open(path.c_str())) {
+    UdfImage *image = nullptr;
+    if (gp::udf::open(path.c_str(), &image) == gp::img::IMG_OK) {
       walk(image, nullptr, "", 0);
       gp::udf::close(image);
     }

@@ -267,48 +267,12 @@ void fatTimestamp(uint16_t &date, uint16_t &time) {
       static_cast<uint16_t>(tm.tm_hour << 11 | tm.tm_min << 5 | tm.tm_sec / 2);
 }
 
-const char *errorText(Error err) {
-  switch (err) {
-    case FAT_OK:
-      return "success";
-    case FAT_ERR_ARG:
-      return "invalid argument";
-    case FAT_ERR_NOT_FOUND:
-      return "not found";
-    case FAT_ERR_DISK_FULL:
-      return "disk full";
-    case FAT_ERR_DIR_FULL:
-      return "directory full";
-    case FAT_ERR_BAD_IMAGE:
-      return "bad image";
-    case FAT_ERR_IO:
-      return "I/O error";
-    case FAT_ERR_EXISTS:
-      return "name exists";
-    case FAT_ERR_BAD_NAME:
-      return "invalid name";
-    case FAT_ERR_READ_ONLY:
-      return "read-only volume";
-    case FAT_ERR_IS_DIR:
-      return "is a directory";
-    case FAT_ERR_NOT_DIR:
-      return "not a directory";
-    case FAT_ERR_UNSUPPORTED:
-      return "unsupported file system";
-    case FAT_ERR_TOO_LARGE:
-      return "file too large";
-    default:
-      return "unknown error";
-  }
-}
-
-Error formatVolume(FatHandle disk, const char *path, int create, int writable,
-                   FatHandle *volume) {
+Error formatVolume(const char *path, int writable, FatHandle *volume) {
   if (volume == nullptr) {
     return FAT_ERR_ARG;
   }
   *volume = nullptr;
-  if (disk != nullptr || path == nullptr || create != 1) {
+  if (path == nullptr) {
     return FAT_ERR_ARG;
   }
   auto vol = std::make_shared<Volume>();
@@ -332,13 +296,12 @@ Error formatVolume(FatHandle disk, const char *path, int create, int writable,
   return FAT_OK;
 }
 
-Error openVolume(FatHandle disk, const char *path, int writable,
-                 FatHandle *volume) {
+Error openVolume(const char *path, int writable, FatHandle *volume) {
   if (volume == nullptr) {
     return FAT_ERR_ARG;
   }
   *volume = nullptr;
-  if (disk != nullptr || path == nullptr) {
+  if (path == nullptr) {
     return FAT_ERR_ARG;
   }
   auto vol = std::make_shared<Volume>();

@@ -25,6 +25,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/imageerror.h"
+
 extern "C" {
 struct FatObject;
 typedef struct FatObject *FatHandle;
@@ -32,43 +34,35 @@ typedef struct FatObject *FatHandle;
 
 namespace gp::fat {
 
-// 0 for success; every other value names its cause.
-using Error = uint64_t;
-enum : Error {
-  FAT_OK = 0,
-  FAT_ERR_ARG = 1,           // null, wrong kind of handle, bad argument
-  FAT_ERR_NOT_FOUND = 2,     // no such name, or no such image file
-  FAT_ERR_DISK_FULL = 3,     // no free cluster left
-  FAT_ERR_DIR_FULL = 4,      // no free slot left in the (root) directory
-  FAT_ERR_BAD_IMAGE = 5,     // malformed or truncated image
-  FAT_ERR_IO = 6,            // the image file could not be read or written
-  FAT_ERR_EXISTS = 7,        // create: the name is taken
-  FAT_ERR_BAD_NAME = 8,      // not a valid FAT file name
-  FAT_ERR_READ_ONLY = 9,     // the volume was opened for reading only
-  FAT_ERR_IS_DIR = 10,       // a file was wanted
-  FAT_ERR_NOT_DIR = 11,      // a directory was wanted
-  FAT_ERR_UNSUPPORTED = 12,  // another file system, or a volume too large
-  FAT_ERR_TOO_LARGE = 13,    // the file would pass 4 GiB - 1
-};
+// The shared image results, under the names this service has always used.
+using Error = img::Error;
+inline constexpr Error FAT_OK = img::IMG_OK, FAT_ERR_ARG = img::IMG_ERR_ARG,
+                       FAT_ERR_NOT_FOUND = img::IMG_ERR_NOT_FOUND,
+                       FAT_ERR_DISK_FULL = img::IMG_ERR_DISK_FULL,
+                       FAT_ERR_DIR_FULL = img::IMG_ERR_DIR_FULL,
+                       FAT_ERR_BAD_IMAGE = img::IMG_ERR_FORMAT,
+                       FAT_ERR_IO = img::IMG_ERR_IO,
+                       FAT_ERR_EXISTS = img::IMG_ERR_EXISTS,
+                       FAT_ERR_BAD_NAME = img::IMG_ERR_BAD_NAME,
+                       FAT_ERR_READ_ONLY = img::IMG_ERR_READ_ONLY,
+                       FAT_ERR_IS_DIR = img::IMG_ERR_IS_DIR,
+                       FAT_ERR_NOT_DIR = img::IMG_ERR_NOT_DIR,
+                       FAT_ERR_UNSUPPORTED = img::IMG_ERR_UNSUPPORTED,
+                       FAT_ERR_TOO_LARGE = img::IMG_ERR_TOO_LARGE;
+using img::errorText;
 
 // The file-system kind that skipVolumeBoot() accepts.
 constexpr int FAT_FILE_SYSTEM = 1;
 
-// Short English text for an error value ("disk full").
-const char *errorText(Error err);
-
 // Creates (or replaces) the image file at `path` with a new, empty
 // 1.44 MB volume: 2880 sectors of 512 bytes, two FAT copies and a
-// 224-entry root directory. `disk` must be NULL (the image is a whole
-// file). `create` must be 1; `writable` keeps the new volume open for
+// 224-entry root directory. `writable` keeps the new volume open for
 // writing (else read only).
-Error formatVolume(FatHandle disk, const char *path, int create, int writable,
-                   FatHandle *volume);
+Error formatVolume(const char *path, int writable, FatHandle *volume);
 
-// Opens an existing image. `disk` must be NULL; `writable` is 1 to allow
-// changes, 0 for reading only.
-Error openVolume(FatHandle disk, const char *path, int writable,
-                 FatHandle *volume);
+// Opens an existing image; `writable` is 1 to allow changes, 0 for
+// reading only.
+Error openVolume(const char *path, int writable, FatHandle *volume);
 
 // Moves past the volume's boot area to its file system, which must be of
 // `kind` FAT_FILE_SYSTEM.

@@ -11,6 +11,7 @@
 
 #include "platform/fatal.h"
 #include "platform/isoimage_internal.h"
+#include "platform/strutil.h"
 
 namespace gp::iso {
 namespace {
@@ -21,12 +22,92 @@ using rec::kSectorSize;
 // chunks halve its time against 64 KiB ones.
 constexpr size_t kExtractChunk = 1u << 20;
 
+uint64_t caselessHash(std::string_view name) {
+  uint64_t hash = 14695981039346656037u;  // FNV-1a
+  for (char c : name) {
+    hash = (hash ^ static_cast<uint8_t>(str::toLower(c))) * 1099511628211u;
+  }
+  return hash;
+}
+
+// The bucket of `name`: the one holding its entries, or the empty one
+// where they would go.
+std::pair<size_t, size_t> &bucketOf(Listing &listing, std::string_view name) {
+  size_t mask = listing.buckets.size() - 1;
+  for (size_t b = caselessHash(name) & mask;; b = (b + 1) & mask) {
+    auto &bucket = listing.buckets[b];
+    if (bucket.first == kNoItem ||
+        str::equalsCaseless(listing.items[bucket.first].name, name)) {
+      return bucket;
+    }
+  }
+}
+
+void buildIndex(Listing &listing) {
+  size_t size = 1;
+  while (size < 2 * listing.items.size()) {
+    size *= 2;
+  }
+  listing.buckets.assign(size, {kNoItem, kNoItem});
+  listing.sameName.assign(listing.items.size(), kNoItem);
+  for (size_t i = 0; i < listing.items.size(); ++i) {
+    auto &bucket = bucketOf(listing, listing.items[i].name);
+    if (bucket.first == kNoItem) {
+      bucket.first = i;
+    } else {
+      listing.sameName[bucket.second] = i;
+    }
+    bucket.second = i;
+  }
+}
+
+// The first item of a listing named `name`, exactly or without regard to
+// ASCII case; long listings get an index on first use, so that lookups in
+// a huge directory stay cheap.
+const Item *findInListing(Listing &listing, std::string_view name,
+                          bool caseless) {
+  constexpr size_t kIndexFrom = 64;
+  auto matches = [&](const Item &item) {
+    return caseless ? str::equalsCaseless(item.name, name) : item.name == name;
+  };
+  if (listing.items.size() < kIndexFrom) {
+    for (const Item &item : listing.items) {
+      if (matches(item)) {
+        return &item;
+      }
+    }
+    return nullptr;
+  }
+  if (listing.buckets.empty()) {
+    buildIndex(listing);
+  }
+  for (size_t i = bucketOf(listing, name).first; i != kNoItem;
+       i = listing.sameName[i]) {
+    if (matches(listing.items[i])) {
+      return &listing.items[i];
+    }
+  }
+  return nullptr;
+}
+
+// The item named `name` in the directory that `dir` walks; not found is
+// how the listing ended when that was an error.
+Result findIn(IsoImage &image, Dir &dir, std::string_view name, bool caseless,
+              const Item *&item) {
+  Listing &listing = listingOf(image, dir);
+  item = findInListing(listing, name, caseless);
+  if (item != nullptr) {
+    return ISO_OK;
+  }
+  return listing.end == ISO_END ? ISO_ERR_NOT_FOUND : listing.end;
+}
+
 // Walks `path` from the root; each component must name a directory.
-int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
+Result walkPath(IsoImage &image, std::string_view path, Dir &dir) {
   if (path.size() > kMaxPathLength) {
     return ISO_ERR_NOT_FOUND;
   }
-  int rc = startDir(image, image.root.extent, image.root.size, dir);
+  Result rc = startDir(image, image.root.extent, image.root.size, dir);
   size_t components = 0;
   while (rc == ISO_OK) {
     size_t start = path.find_first_not_of('/');
@@ -39,28 +120,24 @@ int walkPath(IsoImage &image, std::string_view path, Dir &dir) {
     if (++components > kMaxPathComponents) {
       return ISO_ERR_NOT_FOUND;
     }
-    Item item;
-    do {
-      rc = nextItem(image, dir, item);
-    } while (rc == ISO_OK && item.name != component);
-    if (rc == ISO_END) {
-      return ISO_ERR_NOT_FOUND;
-    }
+    const Item *item = nullptr;
+    rc = findIn(image, dir, component, false, item);
     if (rc == ISO_OK) {
-      if (!item.isDirectory) {
+      if (!item->isDirectory) {
         return ISO_ERR_NOT_DIR;
       }
-      if (item.size > kMaxDirectoryBytes) {
+      if (item->size > kMaxDirectoryBytes) {
         return ISO_ERR_FORMAT;
       }
-      rc = startDir(image, item.extent, static_cast<uint32_t>(item.size), dir);
+      rc =
+          startDir(image, item->extent, static_cast<uint32_t>(item->size), dir);
     }
   }
   return rc;
 }
 
 // Finds the entry `isoPath` names (its last component in its directory).
-int findItem(IsoImage &image, std::string_view isoPath, Item &item) {
+Result findItem(IsoImage &image, std::string_view isoPath, Item &found) {
   size_t slash = isoPath.rfind('/');
   std::string_view dirPath = slash == std::string_view::npos
                                  ? std::string_view()
@@ -71,25 +148,33 @@ int findItem(IsoImage &image, std::string_view isoPath, Item &item) {
     return ISO_ERR_NOT_FOUND;
   }
   Dir dir;
-  int rc = walkPath(image, dirPath, dir);
-  while (rc == ISO_OK) {
-    rc = nextItem(image, dir, item);
-    if (rc == ISO_OK && item.name == name) {
-      return ISO_OK;
-    }
+  const Item *item = nullptr;
+  Result rc = walkPath(image, dirPath, dir);
+  if (rc == ISO_OK) {
+    rc = findIn(image, dir, name, false, item);
   }
-  return rc == ISO_END ? ISO_ERR_NOT_FOUND : rc;
+  if (rc == ISO_OK) {
+    found = *item;
+  }
+  return rc;
 }
 
-void rememberExtents(IsoImage &image, const Item &item) {
+// The public entry for an item; a multi-extent file's extents are kept
+// so that openFile can follow it.
+void fillEntry(IsoImage &image, const Item &item, Entry &entry) {
   if (item.extents.size() > 1 &&
       image.multiExtent.size() < kMaxMultiExtentFiles) {
     image.multiExtent[item.extent] = item.extents;
   }
+  std::memset(&entry, 0, sizeof entry);
+  std::memcpy(entry.name, item.name.data(), item.name.size());
+  entry.extent = item.extent;
+  entry.size = item.size;
+  entry.isDirectory = item.isDirectory;
 }
 
-int openExtents(const IsoImage &image, std::vector<Extent> extents,
-                std::unique_ptr<File> &file) {
+Result openExtents(const IsoImage &image, std::vector<Extent> extents,
+                   std::unique_ptr<File> &file) {
   for (const Extent &e : extents) {
     if (e.size != 0 && !inImage(image, e.block, e.size)) {
       return ISO_ERR_FORMAT;
@@ -101,7 +186,7 @@ int openExtents(const IsoImage &image, std::vector<Extent> extents,
 }
 
 // Delivers up to `room` bytes, never crossing a sector boundary.
-int readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
+Result readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
   size_t room = length;
   length = 0;
   while (file.index < file.extents.size() &&
@@ -131,9 +216,10 @@ int readChunk(IsoImage &image, File &file, void *buffer, size_t &length) {
 
 // Copies an item to a host path through a temporary file beside it, so an
 // existing file is replaced only by a complete copy.
-int copyToHost(IsoImage &image, const Item &item, const std::string &hostPath) {
+Result copyToHost(IsoImage &image, const Item &item,
+                  const std::string &hostPath) {
   std::unique_ptr<File> file;
-  int rc = openExtents(image, item.extents, file);
+  Result rc = openExtents(image, item.extents, file);
   if (rc != ISO_OK) {
     return rc;
   }
@@ -168,8 +254,8 @@ int copyToHost(IsoImage &image, const Item &item, const std::string &hostPath) {
   return rc;
 }
 
-int openImage(const char *path, uint32_t formats, uint32_t flags,
-              IsoImage **image) {
+Result openImage(const char *path, uint32_t formats, uint32_t flags,
+                 IsoImage **image) {
   if (image == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -180,7 +266,7 @@ int openImage(const char *path, uint32_t formats, uint32_t flags,
   auto handle = std::make_unique<IsoImage>();
   uint32_t present = 0;
   rec::Record jolietRoot;
-  int rc = probe(path, *handle, present, jolietRoot);
+  Result rc = probe(path, *handle, present, jolietRoot);
   if (rc != ISO_OK) {
     return rc;
   }
@@ -210,7 +296,8 @@ uint32_t listFormats(const char *path) {
   return formats;
 }
 
-int open(const char *path, uint32_t formats, uint32_t flags, IsoImage **image) {
+Result open(const char *path, uint32_t formats, uint32_t flags,
+            IsoImage **image) {
   return openImage(path, formats, flags, image);
 }
 
@@ -220,7 +307,7 @@ uint32_t activeFormat(const IsoImage *image) {
   return image == nullptr ? 0 : image->format;
 }
 
-int openDir(IsoImage *image, const char *path, Dir **dir) {
+Result openDir(IsoImage *image, const char *path, Dir **dir) {
   if (dir != nullptr) {
     *dir = nullptr;
   }
@@ -228,41 +315,34 @@ int openDir(IsoImage *image, const char *path, Dir **dir) {
     return ISO_ERR_ARG;
   }
   auto handle = std::make_unique<Dir>();
-  int rc = walkPath(*image, path, *handle);
+  Result rc = walkPath(*image, path, *handle);
   if (rc == ISO_OK) {
     *dir = handle.release();
   }
   return rc;
 }
 
-int readDir(IsoImage *image, Dir *dir, Entry *entry) {
+Result readDir(IsoImage *image, Dir *dir, Entry *entry) {
   if (image == nullptr || dir == nullptr || entry == nullptr) {
     return ISO_ERR_ARG;
   }
-  Item item;
-  int rc = nextItem(*image, *dir, item);
-  if (rc != ISO_OK) {
-    return rc;
+  const Item *item = nullptr;
+  Result rc = nextItem(*image, *dir, item);
+  if (rc == ISO_OK) {
+    fillEntry(*image, *item, *entry);
   }
-  rememberExtents(*image, item);
-  std::memset(entry, 0, sizeof *entry);
-  std::memcpy(entry->name, item.name.data(), item.name.size());
-  entry->extent = item.extent;
-  entry->size = item.size;
-  entry->isDirectory = item.isDirectory;
-  return ISO_OK;
+  return rc;
 }
 
-int rewindDir(IsoImage *image, Dir *dir) {
+Result rewindDir(IsoImage *image, Dir *dir) {
   if (image == nullptr || dir == nullptr) {
     return ISO_ERR_ARG;
   }
-  dir->pos = 0;
-  dir->records = 0;
+  dir->next = 0;
   return ISO_OK;
 }
 
-int closeDir(IsoImage *image, Dir *dir) {
+Result closeDir(IsoImage *image, Dir *dir) {
   if (image == nullptr || dir == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -270,7 +350,7 @@ int closeDir(IsoImage *image, Dir *dir) {
   return ISO_OK;
 }
 
-int openFile(IsoImage *image, const Entry *entry, File **file) {
+Result openFile(IsoImage *image, const Entry *entry, File **file) {
   if (file != nullptr) {
     *file = nullptr;
   }
@@ -294,14 +374,14 @@ int openFile(IsoImage *image, const Entry *entry, File **file) {
     extents.push_back(Extent{entry->extent, entry->size});
   }
   std::unique_ptr<File> handle;
-  int rc = openExtents(*image, std::move(extents), handle);
+  Result rc = openExtents(*image, std::move(extents), handle);
   if (rc == ISO_OK) {
     *file = handle.release();
   }
   return rc;
 }
 
-int readFile(IsoImage *image, File *file, void *buffer, size_t *length) {
+Result readFile(IsoImage *image, File *file, void *buffer, size_t *length) {
   if (image == nullptr || file == nullptr || buffer == nullptr ||
       length == nullptr || *length == 0) {
     return ISO_ERR_ARG;
@@ -314,7 +394,7 @@ int readFile(IsoImage *image, File *file, void *buffer, size_t *length) {
 
 void closeFile(IsoImage *, File *file) { delete file; }
 
-int volumeId(IsoImage *image, char **id) {
+Result volumeId(IsoImage *image, char **id) {
   if (image == nullptr || id == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -322,12 +402,12 @@ int volumeId(IsoImage *image, char **id) {
   return ISO_OK;
 }
 
-int extractFile(IsoImage *image, const char *isoPath, const char *hostPath) {
+Result extractFile(IsoImage *image, const char *isoPath, const char *hostPath) {
   if (image == nullptr || isoPath == nullptr || hostPath == nullptr) {
     return ISO_ERR_ARG;
   }
   Item item;
-  int rc = findItem(*image, isoPath, item);
+  Result rc = findItem(*image, isoPath, item);
   if (rc != ISO_OK) {
     return rc;
   }
@@ -337,7 +417,7 @@ int extractFile(IsoImage *image, const char *isoPath, const char *hostPath) {
   return copyToHost(*image, item, hostPath);
 }
 
-int extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
+Result extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
   if (image == nullptr || isoPath == nullptr || hostDir == nullptr) {
     return ISO_ERR_ARG;
   }
@@ -346,15 +426,37 @@ int extractDir(IsoImage *image, const char *isoPath, const char *hostDir) {
     return ISO_ERR_HOST;
   }
   Dir dir;
-  int rc = walkPath(*image, isoPath, dir);
+  Result rc = walkPath(*image, isoPath, dir);
   while (rc == ISO_OK) {
-    Item item;
+    const Item *item = nullptr;
     rc = nextItem(*image, dir, item);
-    if (rc == ISO_OK && item.isRegular) {
-      rc = copyToHost(*image, item, joinPath(hostDir, item.name));
+    if (rc == ISO_OK && item->isRegular) {
+      rc = copyToHost(*image, *item, joinPath(hostDir, item->name));
     }
   }
   return rc == ISO_END ? ISO_OK : rc;
+}
+
+Result findEntryCaseless(IsoImage *image, const char *path, const char *name,
+                         Entry *entry) {
+  if (image == nullptr || path == nullptr || name == nullptr ||
+      entry == nullptr) {
+    return ISO_ERR_ARG;
+  }
+  Dir dir;
+  const Item *item = nullptr;
+  Result rc = walkPath(*image, path, dir);
+  if (rc == ISO_OK) {
+    rc = findIn(*image, dir, name, true, item);
+  }
+  if (rc == ISO_OK) {
+    fillEntry(*image, *item, *entry);
+  }
+  return rc;
+}
+
+bool overBudget(const IsoImage *image) {
+  return image != nullptr && image->overBudget;
 }
 
 uint64_t bytesRead(const IsoImage *image) {

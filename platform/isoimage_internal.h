@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/hostio.h"
@@ -23,17 +25,29 @@ constexpr size_t kMaxMultiExtentFiles = 65536;
 constexpr int kMaxContinuationAreas = 16;
 constexpr uint32_t kMaxContinuationLength = 64u << 10;
 constexpr int kMaxDescriptors = 64;
+// The work one open image may do on its structures, whatever the callers
+// ask: directory records decoded, and bytes of directory records and
+// continuation areas taken in. Past either the reads fail with
+// ISO_ERR_BUDGET. A real installation disc needs a small part of this.
+constexpr uint64_t kMaxRecordsPerOpen = 400000;
+constexpr uint64_t kMaxMetadataBytesPerOpen = 48u << 20;
+// Directory listings kept in memory, in entries over all directories.
+constexpr size_t kMaxCachedEntries = 400000;
 
 struct Extent {
   uint32_t block;
   uint64_t size;
 };
 
+struct Listing;
+
 struct Dir {
   uint32_t extent = 0;
   uint32_t size = 0;
-  uint64_t pos = 0;
-  uint32_t records = 0;
+  uint64_t pos = 0;                  // decoding: the next record
+  uint32_t records = 0;              // decoding: records so far
+  std::shared_ptr<Listing> listing;  // once decoded
+  size_t next = 0;                   // the next entry of the listing
 };
 
 struct File {
@@ -51,6 +65,20 @@ struct Item {
   bool isRegular = false;  // false for Rock Ridge symlinks, devices, ...
   std::vector<Extent> extents;
 };
+
+// A directory decoded once: its usable entries and how the listing ended
+// (ISO_END, or the error that stopped it).
+struct Listing {
+  std::vector<Item> items;
+  Result end = ISO_END;
+  // An index of the names without regard to ASCII case, built on the
+  // first lookup in a long listing: open addressing over `buckets`, each
+  // holding the first and the last entry of one name (kNoItem: empty), and
+  // `sameName` linking each entry to the next one of its name.
+  std::vector<std::pair<size_t, size_t>> buckets;
+  std::vector<size_t> sameName;
+};
+constexpr size_t kNoItem = SIZE_MAX;
 
 }  // namespace gp::iso
 
@@ -72,9 +100,15 @@ struct IsoImage {
     uint32_t block = 0;
     std::array<uint8_t, gp::iso::rec::kSectorSize> data;
   };
-  // Directory scans repeat (every lookup rescans its directory), so a few
-  // recently read sectors are kept.
-  std::array<CacheSlot, 16> cache;
+  // Recently read sectors: room for a whole continuation area.
+  std::array<CacheSlot, 64> cache;
+  // Decoded directories by first block and size: lookups and walks repeat.
+  std::map<uint64_t, std::shared_ptr<gp::iso::Listing>> listings;
+  size_t cachedEntries = 0;
+  // The work done so far (kMax...PerOpen).
+  uint64_t recordsDecoded = 0;
+  uint64_t metadataBytes = 0;
+  bool overBudget = false;
 };
 
 namespace gp::iso {
@@ -91,15 +125,19 @@ bool readBytes(IsoImage &image, uint64_t offset, void *buffer, size_t length);
 
 // Opens the image file and reads its volume descriptors; the handle's
 // tree is the primary one. Sets `formats` to what the image carries.
-int probe(const char *path, IsoImage &image, uint32_t &formats,
-          rec::Record &jolietRoot);
+Result probe(const char *path, IsoImage &image, uint32_t &formats,
+             rec::Record &jolietRoot);
 
 // A directory walker positioned at the start of `extent`.
-int startDir(const IsoImage &image, uint32_t extent, uint32_t size, Dir &dir);
+Result startDir(const IsoImage &image, uint32_t extent, uint32_t size,
+                Dir &dir);
 
-// The next listed entry: "." and "..", relocated Rock Ridge directories
-// and names that cannot be used are passed over. ISO_OK or ISO_END, or an
-// error on a malformed directory.
-int nextItem(IsoImage &image, Dir &dir, Item &item);
+// The next listed entry, valid while `dir` lives: "." and "..", relocated
+// Rock Ridge directories and names that cannot be used are passed over.
+// ISO_OK or ISO_END, or an error on a malformed directory. The directory
+// is decoded on the first call and kept for later walks.
+Result nextItem(IsoImage &image, Dir &dir, const Item *&item);
+// The whole listing of the directory `dir` walks, decoded if need be.
+Listing &listingOf(IsoImage &image, Dir &dir);
 
 }  // namespace gp::iso

@@ -64,6 +64,10 @@ bool equalsCaseless(std::string_view a, std::string_view b) {
   return true;
 }
 
+bool contains(std::string_view s, std::string_view part) {
+  return s.find(part) != std::string_view::npos;
+}
+
 bool startsWith(std::string_view s, std::string_view prefix) {
   return s.substr(0, prefix.size()) == prefix;
 }

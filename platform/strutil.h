@@ -43,6 +43,7 @@ char toLower(char c);
 std::string toUpper(std::string_view s);
 std::string toLower(std::string_view s);
 
+bool contains(std::string_view s, std::string_view part);
 bool equalsCaseless(std::string_view a, std::string_view b);
 bool startsWith(std::string_view s, std::string_view prefix);
 bool startsWithCaseless(std::string_view s, std::string_view prefix);

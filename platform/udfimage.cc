@@ -2,7 +2,6 @@
 #include "platform/udfimage.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,13 +13,22 @@
 
 struct UdfImage {
   std::unique_ptr<gp::udf::Volume> volume;
+  // Directory work so far: every openDir lists its directories afresh, so
+  // a hostile image with huge directories is stopped by this budget.
+  uint64_t dirBytes = 0;
+  uint64_t records = 0;
+  bool overBudget = false;
 };
 
 namespace gp::udf {
 
+using namespace img;
+
 namespace {
 
 constexpr size_t kMaxEntries = 100000;
+constexpr uint64_t kMaxRecordsPerOpen = 400000;
+constexpr uint64_t kMaxDirBytesPerOpen = 48u << 20;
 constexpr size_t kMaxPathComponents = 64;
 
 struct Entry {
@@ -45,22 +53,33 @@ struct File {
 
 namespace {
 
+// Counts directory work against the image's budget; false once it is
+// spent.
+bool spend(UdfImage &image, uint64_t bytes, uint64_t records) {
+  image.dirBytes += bytes;
+  image.records += records;
+  image.overBudget = image.overBudget || image.dirBytes > kMaxDirBytesPerOpen ||
+                     image.records > kMaxRecordsPerOpen;
+  return !image.overBudget;
+}
+
 // Lists a directory node. A malformed identifier ends the listing with
 // what came before it.
-bool listDirectory(const Volume &volume, const Node &node,
-                   std::vector<Entry> &entries) {
-  if (!node.isDirectory()) {
-    return false;
-  }
+Error listDirectory(UdfImage &image, const Node &node,
+                    std::vector<Entry> &entries) {
   std::string stream;
-  if (!volume.readData(node, kMaxDirBytes, stream)) {
-    return false;
+  if (!node.isDirectory() ||
+      !image.volume->readData(node, kMaxDirBytes, stream)) {
+    return IMG_ERR_FORMAT;
   }
   disc::Bytes bytes(stream);
   size_t at = 0;
   disc::FileIdent ident;
   while (at < bytes.size() && entries.size() < kMaxEntries &&
          disc::decodeFileIdent(bytes, at, ident)) {
+    if (!spend(image, ident.recordLength, 1)) {
+      return IMG_ERR_BUDGET;
+    }
     at += ident.recordLength;
     if (ident.isDeleted() || ident.isParent()) {
       continue;
@@ -71,7 +90,7 @@ bool listDirectory(const Volume &volume, const Node &node,
     }
     entries.push_back({std::move(*name), ident.icb.where, ident.isDirectory()});
   }
-  return true;
+  return IMG_OK;
 }
 
 // The exact match if there is one, else the first caseless one.
@@ -89,128 +108,157 @@ const Entry *findEntry(const std::vector<Entry> &entries,
   return caseless;
 }
 
-std::unique_ptr<Dir> openDirAt(UdfImage *image, disc::LbAddr icb) {
+Error openDirAt(UdfImage *image, disc::LbAddr icb, std::unique_ptr<Dir> &dir) {
   Node node;
-  auto dir = std::make_unique<Dir>();
+  dir = std::make_unique<Dir>();
   dir->image = image;
   dir->self = icb;
-  if (!image->volume->loadNode(icb, node) ||
-      !listDirectory(*image->volume, node, dir->entries)) {
-    return nullptr;
+  Error err = image->volume->loadNode(icb, node)
+                  ? listDirectory(*image, node, dir->entries)
+                  : IMG_ERR_FORMAT;
+  if (err != IMG_OK) {
+    dir.reset();
   }
-  return dir;
+  return err;
 }
 
-Dir *openDirPath(UdfImage *image, Dir *start, const char *path) {
-  std::unique_ptr<Dir> dir =
-      openDirAt(image, start != nullptr ? start->self : image->volume->root());
+Error openDirPath(UdfImage *image, Dir *start, const char *path, Dir **out) {
+  std::unique_ptr<Dir> dir;
+  Error err = openDirAt(
+      image, start != nullptr ? start->self : image->volume->root(), dir);
   str::Tokenizer parts(path, "/");
   std::string_view part;
   size_t depth = 0;
-  while (dir != nullptr && parts.next(part)) {
-    if (++depth > kMaxPathComponents) {
-      return nullptr;
-    }
+  while (err == IMG_OK && parts.next(part)) {
     const Entry *e = findEntry(dir->entries, part);
-    if (e == nullptr || !e->isDirectory) {
-      return nullptr;
+    if (++depth > kMaxPathComponents || e == nullptr) {
+      return IMG_ERR_NOT_FOUND;
     }
-    dir = openDirAt(image, e->icb);
+    if (!e->isDirectory) {
+      return IMG_ERR_NOT_DIR;
+    }
+    err = openDirAt(image, e->icb, dir);
   }
-  return dir.release();
+  *out = dir.release();
+  return err;
+}
+
+// Clears an out-parameter; false when there is none.
+template <typename T>
+bool clearOut(T **out) {
+  if (out != nullptr) {
+    *out = nullptr;
+  }
+  return out != nullptr;
 }
 
 }  // namespace
 
-UdfImage *open(const char *path) {
-  if (path == nullptr) {
-    return nullptr;
+Error open(const char *path, UdfImage **image) {
+  if (!clearOut(image) || path == nullptr) {
+    return IMG_ERR_ARG;
   }
-  return abiGuard(static_cast<UdfImage *>(nullptr), [&]() -> UdfImage * {
+  return abiGuard(IMG_ERR_IO, [&] {
     std::unique_ptr<Volume> volume = Volume::open(path);
     if (volume == nullptr) {
-      return nullptr;
+      return IMG_ERR_FORMAT;
     }
     // The root must list, or the volume is of no use.
-    std::unique_ptr<UdfImage> image(new UdfImage{std::move(volume)});
-    if (openDirAt(image.get(), image->volume->root()) == nullptr) {
-      return nullptr;
+    std::unique_ptr<UdfImage> handle(new UdfImage{std::move(volume)});
+    std::unique_ptr<Dir> root;
+    Error err = openDirAt(handle.get(), handle->volume->root(), root);
+    if (err == IMG_OK) {
+      *image = handle.release();
     }
-    return image.release();
+    return err;
   });
 }
 
 void close(UdfImage *image) { delete image; }
 
-Dir *openDir(UdfImage *image, Dir *start, const char *path) {
-  if (image == nullptr || path == nullptr) {
-    return nullptr;
+Error openDir(UdfImage *image, Dir *start, const char *path, Dir **dir) {
+  if (!clearOut(dir) || image == nullptr || path == nullptr) {
+    return IMG_ERR_ARG;
   }
-  return abiGuard(static_cast<Dir *>(nullptr),
-                  [&] { return openDirPath(image, start, path); });
+  return abiGuard(IMG_ERR_IO,
+                  [&] { return openDirPath(image, start, path, dir); });
 }
 
-const char *readDir(Dir *dir) {
-  if (dir == nullptr || dir->next >= dir->entries.size()) {
-    return nullptr;
+Error readDir(Dir *dir, const char **name) {
+  if (dir == nullptr || name == nullptr) {
+    return IMG_ERR_ARG;
   }
-  return dir->entries[dir->next++].name.c_str();
+  if (dir->next >= dir->entries.size()) {
+    return IMG_END;
+  }
+  *name = dir->entries[dir->next++].name.c_str();
+  return IMG_OK;
 }
 
-void rewindDir(Dir *dir) {
-  if (dir != nullptr) {
-    dir->next = 0;
-  }
-}
-
-Bool closeDir(Dir *dir) {
+Error rewindDir(Dir *dir) {
   if (dir == nullptr) {
-    return FALSE;
+    return IMG_ERR_ARG;
+  }
+  dir->next = 0;
+  return IMG_OK;
+}
+
+Error closeDir(Dir *dir) {
+  if (dir == nullptr) {
+    return IMG_ERR_ARG;
   }
   delete dir;
-  return TRUE;
+  return IMG_OK;
 }
 
-File *openFile(UdfImage *image, Dir *dir, const char *name) {
-  if (image == nullptr || dir == nullptr || name == nullptr) {
-    return nullptr;
+Error openFile(UdfImage *image, Dir *dir, const char *name, File **file) {
+  if (!clearOut(file) || image == nullptr || dir == nullptr ||
+      name == nullptr) {
+    return IMG_ERR_ARG;
   }
-  return abiGuard(static_cast<File *>(nullptr), [&]() -> File * {
+  return abiGuard(IMG_ERR_IO, [&] {
     const Entry *e = findEntry(dir->entries, name);
-    if (e == nullptr || e->isDirectory) {
-      return nullptr;
+    if (e == nullptr) {
+      return IMG_ERR_NOT_FOUND;
     }
-    auto file = std::make_unique<File>();
-    file->image = image;
-    if (!image->volume->loadNode(e->icb, file->node) ||
-        file->node.isDirectory()) {
-      return nullptr;
+    if (e->isDirectory) {
+      return IMG_ERR_IS_DIR;
     }
-    return file.release();
+    auto handle = std::make_unique<File>();
+    handle->image = image;
+    if (!image->volume->loadNode(e->icb, handle->node)) {
+      return IMG_ERR_FORMAT;
+    }
+    if (handle->node.isDirectory()) {
+      return IMG_ERR_IS_DIR;
+    }
+    *file = handle.release();
+    return IMG_OK;
   });
 }
 
-Bool readFile(File *file, char **contents, size_t *length) {
+Error readFile(File *file, char **contents, size_t *length) {
   if (file == nullptr || contents == nullptr) {
-    return FALSE;
+    return IMG_ERR_ARG;
   }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return abiGuard(IMG_ERR_IO, [&] {
     std::string data;
     if (!file->image->volume->readData(file->node, kMaxFileBytes, data)) {
-      return FALSE;
+      return IMG_ERR_FORMAT;
     }
-    auto *buffer = static_cast<char *>(checkedMalloc(data.size() + 1));
-    std::memcpy(buffer, data.data(), data.size());
-    buffer[data.size()] = '\0';
-    *contents = buffer;
+    *contents = heapCopy(data);
     if (length != nullptr) {
       *length = data.size();
     }
-    return TRUE;
+    return IMG_OK;
   });
 }
 
 void closeFile(File *file) { delete file; }
+
+bool overBudget(const UdfImage *image) {
+  return image != nullptr && image->overBudget;
+}
 
 uint64_t bytesRead(const UdfImage *image) {
   return image != nullptr ? image->volume->bytesRead() : 0;

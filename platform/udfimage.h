@@ -19,13 +19,15 @@
 // against their partition and the image, allocation descriptor chains and
 // indirect entries are bounded and must not revisit a block, directories
 // are read up to 4 MiB and files up to 64 MiB. A malformed directory
-// record ends its listing. Failures are reported as null or FALSE.
+// record ends its listing.
+//
+// Every operation returns one of the shared image results (imageerror.h).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-#include "guestprep/types.h"
+#include "platform/imageerror.h"
 
 extern "C" {
 struct UdfImage;
@@ -36,22 +38,31 @@ namespace gp::udf {
 struct Dir;
 struct File;
 
-// Null when the file is not a readable UDF image.
-UdfImage *open(const char *path);
+using img::Error;
+
+// IMG_ERR_FORMAT when the file is not a readable UDF image.
+Error open(const char *path, UdfImage **image);
 void close(UdfImage *image);
 
-// `start` null means the root. Null when the path is not a directory.
-Dir *openDir(UdfImage *image, Dir *start, const char *path);
-// The next entry name (valid until the next call on `dir`), null at the end.
-const char *readDir(Dir *dir);
-void rewindDir(Dir *dir);
-Bool closeDir(Dir *dir);
+// `start` null means the root. IMG_ERR_NOT_FOUND when a component is
+// missing, IMG_ERR_NOT_DIR when one is not a directory.
+Error openDir(UdfImage *image, Dir *start, const char *path, Dir **dir);
+// The next entry name (valid until the next call on `dir`); IMG_END after
+// the last one.
+Error readDir(Dir *dir, const char **name);
+Error rewindDir(Dir *dir);
+Error closeDir(Dir *dir);
 
-// Null when `name` is not an entry of `dir`, or is a directory.
-File *openFile(UdfImage *image, Dir *dir, const char *name);
+// IMG_ERR_NOT_FOUND when `name` is not an entry of `dir`, IMG_ERR_IS_DIR
+// when it is a directory.
+Error openFile(UdfImage *image, Dir *dir, const char *name, File **file);
 // The whole file as a malloc'ed buffer followed by a NUL byte.
-Bool readFile(File *file, char **contents, size_t *length);
+Error readFile(File *file, char **contents, size_t *length);
 void closeFile(File *file);
+
+// Whether listing directories has used up the work one open may do; from
+// then on directories fail to open with IMG_ERR_BUDGET.
+bool overBudget(const UdfImage *image);
 
 // Bytes read from the image file since it was opened (benchmarks).
 uint64_t bytesRead(const UdfImage *image);

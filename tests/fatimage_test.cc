@@ -81,14 +81,14 @@ class FatImageTest : public ::testing::Test {
   H vol, root;
 
   void format() {
-    ASSERT_EQ(FAT_OK, formatVolume(nullptr, image.c_str(), 1, 1, vol.out()));
+    ASSERT_EQ(FAT_OK, formatVolume(image.c_str(), 1, vol.out()));
     ASSERT_EQ(FAT_OK, skipVolumeBoot(vol.h, FAT_FILE_SYSTEM));
     ASSERT_EQ(FAT_OK, openRootDirectory(vol.h, root.out()));
   }
   Error reopen(int writable = 1) {
     root.done();
     vol.done();
-    Error e = openVolume(nullptr, image.c_str(), writable, vol.out());
+    Error e = openVolume(image.c_str(), writable, vol.out());
     return e == FAT_OK ? openRootDirectory(vol.h, root.out()) : e;
   }
   void expectClean() {
@@ -100,7 +100,7 @@ class FatImageTest : public ::testing::Test {
 // Short names keep their look through the case bits; other names get long
 // entries with unique aliases; mtools sees exactly what we wrote.
 TEST_F(FatImageTest, FormatsAndNamesMatchMtools) {
-  EXPECT_EQ(FAT_ERR_ARG, formatVolume(nullptr, image.c_str(), 0, 1, vol.out()));
+  EXPECT_EQ(FAT_ERR_ARG, formatVolume(nullptr, 1, vol.out()));
   format();
   EXPECT_EQ(2847u * 512, freeBytes(vol.h));
   std::string bytes = gp::test::readFile(image);

@@ -26,8 +26,7 @@ class FloppyTest : public ::testing::Test {
   gp::LogCapture log;
 
   void SetUp() override {
-    ASSERT_EQ(fat::FAT_OK,
-              fat::formatVolume(nullptr, image.c_str(), 1, 1, &vol));
+    ASSERT_EQ(fat::FAT_OK, fat::formatVolume(image.c_str(), 1, &vol));
     ASSERT_EQ(fat::FAT_OK, fat::openRootDirectory(vol, &root));
   }
   void TearDown() override {

@@ -6,11 +6,14 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "platform/hostio.h"
 #include "platform/isoimage.h"
 #include "support/fixtures.h"
+#include "support/hostile_iso.h"
 
 namespace {
 
@@ -93,8 +96,16 @@ TEST(MediaAccess, MixedCaseListingRewindAndPrefix) {
   ASSERT_NE(nullptr, dir);
   for (int pass = 0; pass < 2; ++pass) {  // the second after a rewind
     std::vector<std::string> names;
-    while (const char *name = Guess_ReadDir(m.get(), dir))
+    while (const char *name = Guess_ReadDir(m.get(), dir)) {
       names.push_back(name);
+      // The entry just listed reads like any other, without moving the
+      // listing on.
+      size_t size = 0;
+      char *data = Guess_ReadFile(m.get(), dir, names.back().c_str(), &size);
+      EXPECT_EQ(std::string(data ? data : "<null>"),
+                names.back() == "alpha" ? "a" : "b");
+      free(data);
+    }
     EXPECT_EQ(names, (std::vector<std::string>{"alpha", "Beta"}));
     EXPECT_TRUE(Guess_RewindDir(m.get(), dir));
   }
@@ -141,6 +152,57 @@ TEST(Driver, OpenFailureClearsTheRecord) {
   EXPECT_EQ(GUESS_OPEN_FAILED, Guess_Guest(tmp.path().c_str(), 0, &info));
 }
 
+// Every byte that pread delivers while it is alive.
+class PreadCounter {
+ public:
+  PreadCounter() : scoped_(counting()) { bytes() = 0; }
+  static uint64_t &bytes() {
+    static uint64_t count = 0;
+    return count;
+  }
+
+ private:
+  static gp::HostOps counting() {
+    gp::HostOps ops = gp::hostOps();
+    ops.pread = [](int fd, void *buf, size_t n, off_t at) {
+      ssize_t got = gp::realHostOps().pread(fd, buf, n, at);
+      bytes() += got > 0 ? static_cast<uint64_t>(got) : 0;
+      return got;
+    };
+    return ops;
+  }
+  gp::ScopedHostOps scoped_;
+};
+
+// Crafted images that made identification take seconds to hours: now the
+// whole run reads each byte of them a few times at most, and one that
+// would pass the budget counts as unreadable, with the record cleared.
+TEST(Driver, HostileImagesCostLittle) {
+  gp::test::TempDir tmp;
+  const struct {
+    const char *what;
+    gp::test::HostileIso spec;
+    int result;
+  } cases[] = {
+      {"100 records, self-continuing areas", {100, 65536}, GUESS_NOT_FOUND},
+      {"1000 records, self-continuing areas", {1000, 65536}, GUESS_OPEN_FAILED},
+      {"100,000 records", {100000, 0}, GUESS_NOT_FOUND},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string path = tmp / "hostile.iso";
+    ASSERT_TRUE(gp::test::writeHostileIso(path, c.spec));
+    GuessInfo info, zero{};
+    std::memset(&info, 0xAB, sizeof info);
+    PreadCounter reads;
+    EXPECT_EQ(c.result, Guess_Guest(path.c_str(), 0, &info));
+    if (c.result == GUESS_OPEN_FAILED) {
+      EXPECT_EQ(0, std::memcmp(&zero, &info, sizeof info));
+    }
+    EXPECT_LT(PreadCounter::bytes(), 4 * std::filesystem::file_size(path));
+  }
+}
+
 TEST(Driver, VersionStrings) {
   // A recorded version text wins over the code.
   for (auto [code, recorded, name, expected] :
@@ -154,6 +216,17 @@ TEST(Driver, VersionStrings) {
     char *s = Guess_GetVersionString(name, &info);
     EXPECT_STREQ(expected, s);
     free(s);
+  }
+}
+
+TEST(Driver, SubStringsOnlyWithinTheTable) {
+  EXPECT_STREQ("GUESS_VERSION_UNKNOWN",
+               Guess_GetSubString(GUESS_VERSION_UNKNOWN));
+  EXPECT_STREQ("GUESS_VERSION_DUMMY_LAST",
+               Guess_GetSubString(static_cast<GuessVersion>(21)));
+  for (unsigned code : {22u, 31u}) {
+    EXPECT_EQ(nullptr, Guess_GetSubString(static_cast<GuessVersion>(code)))
+        << code;
   }
 }
 

@@ -9,10 +9,12 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/hostio.h"
 #include "platform/isoimage_records.h"
 #include "support/fixtures.h"
+#include "support/hostile_iso.h"
 
 namespace gp::iso {
 namespace {
@@ -317,6 +319,82 @@ TEST(IsoImageHostile, DamagedImagesFailCleanly) {
   EXPECT_EQ(d, nullptr);
   opened.reset();
   EXPECT_EQ(descriptors(), openAtStart);
+}
+
+// Images that once made every listing and lookup redo the same work: each
+// byte is now read about once, and a listing that would pass the open's
+// budget ends with ISO_ERR_BUDGET instead of running on.
+TEST(IsoImageHostile, RepeatedWalksDoNotRepeatTheWork) {
+  TempDir dir;
+  const struct {
+    const char *what;
+    test::HostileIso spec;
+    size_t listed;  // 0: cut short by the budget
+  } cases[] = {
+      {"100 records, self-continuing 64 KiB areas", {100, 65536}, 100},
+      {"1000 records, self-continuing 64 KiB areas", {1000, 65536}, 0},
+      {"100,000 records", {100000, 0}, 100000},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string path = dir / "hostile.iso";
+    ASSERT_TRUE(test::writeHostileIso(path, c.spec));
+    ASSERT_EQ(listFormats(path.c_str()),
+              uint32_t{FORMAT_ISO9660 | FORMAT_ROCKRIDGE});
+    ImagePtr image = openImage(path, FORMAT_ROCKRIDGE);
+    Dir *root = nullptr;
+    ASSERT_EQ(openDir(image.get(), "/", &root), ISO_OK);
+    for (int pass = 0; pass < 2; ++pass, rewindDir(image.get(), root)) {
+      Entry entry;
+      size_t listed = 0;
+      Result rc;
+      while ((rc = readDir(image.get(), root, &entry)) == ISO_OK) ++listed;
+      EXPECT_EQ(rc, c.listed != 0 ? ISO_END : ISO_ERR_BUDGET);
+      if (c.listed != 0) {
+        EXPECT_EQ(listed, c.listed);
+      }
+    }
+    closeDir(image.get(), root);
+    // Lookups the way identification makes them, each name in turn.
+    for (int i = 0; i < 50; ++i) {
+      Entry entry;
+      Result rc = findEntryCaseless(image.get(), "", "F0000042", &entry);
+      EXPECT_EQ(rc, c.listed != 0 ? ISO_OK : ISO_ERR_BUDGET);
+      if (rc == ISO_OK) {
+        EXPECT_STREQ(entry.name, "f0000042");
+      }
+      EXPECT_NE(findEntryCaseless(image.get(), "", "missing", &entry), ISO_OK);
+    }
+    // Paths match exactly, through the same index.
+    const std::string out = dir / "out";
+    EXPECT_EQ(extractFile(image.get(), "f0000042", out.c_str()),
+              c.listed != 0 ? ISO_OK : ISO_ERR_BUDGET);
+    EXPECT_NE(extractFile(image.get(), "F0000042", out.c_str()), ISO_OK);
+    EXPECT_EQ(overBudget(image.get()), c.listed == 0);
+    EXPECT_LT(bytesRead(image.get()), 2 * fs::file_size(path));
+  }
+}
+
+// A child link to something that is no directory hides that one entry,
+// not the rest of the listing.
+TEST(IsoImageHostile, BadChildLinkSkipsOnlyItsEntry) {
+  TempDir dir;
+  const std::string path = dir / "link.iso";
+  ASSERT_TRUE(test::writeHostileIso(path, {3, 0, true, 1}));
+  ImagePtr image = openImage(path, FORMAT_ROCKRIDGE);
+  Dir *root = nullptr;
+  ASSERT_EQ(openDir(image.get(), "", &root), ISO_OK);
+  std::vector<std::string> names;
+  Entry entry;
+  Result rc;
+  while ((rc = readDir(image.get(), root, &entry)) == ISO_OK) {
+    names.push_back(entry.name);
+  }
+  closeDir(image.get(), root);
+  EXPECT_EQ(rc, ISO_END);
+  EXPECT_EQ(names, (std::vector<std::string>{"f0000000", "f0000002"}));
+  EXPECT_EQ(extractFile(image.get(), "f0000002", (dir / "out").c_str()),
+            ISO_OK);
 }
 
 TEST(IsoImageRecords, JolietNamesBecomeUtf8) {

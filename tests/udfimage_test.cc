@@ -20,6 +20,7 @@ namespace gp::udf {
 namespace {
 
 using namespace gp::test;
+using namespace gp::img;
 namespace fs = std::filesystem;
 constexpr size_t kBlock = 2048;
 constexpr uint64_t kBigSize = 3 * kBlock + 123;
@@ -27,18 +28,36 @@ constexpr size_t npos = std::string::npos;
 
 using ImagePtr = std::unique_ptr<UdfImage, void (*)(UdfImage *)>;
 ImagePtr openImage(const std::string &path) {
-  return ImagePtr(open(path.c_str()), close);
+  UdfImage *image = nullptr;
+  bool opened = open(path.c_str(), &image) == IMG_OK;
+  EXPECT_EQ(opened, image != nullptr);
+  return ImagePtr(image, close);
+}
+
+// The directory, or null when it does not open.
+Dir *dirAt(UdfImage *image, Dir *start, const char *path) {
+  Dir *dir = nullptr;
+  bool opened = openDir(image, start, path, &dir) == IMG_OK;
+  EXPECT_EQ(opened, dir != nullptr);
+  return dir;
+}
+
+// The next name, or null at the end of the listing.
+const char *nextName(Dir *dir) {
+  const char *name = nullptr;
+  return readDir(dir, &name) == IMG_OK ? name : nullptr;
 }
 
 // Reads a file of the image through the reader; "<absent>" when it fails.
 std::string slurp(UdfImage *image, const std::string &dirPath,
                   const std::string &name) {
-  Dir *dir = image ? openDir(image, nullptr, dirPath.c_str()) : nullptr;
-  File *file = dir ? openFile(image, dir, name.c_str()) : nullptr;
+  Dir *dir = image ? dirAt(image, nullptr, dirPath.c_str()) : nullptr;
+  File *file = nullptr;
+  if (dir) openFile(image, dir, name.c_str(), &file);
   char *data = nullptr;
   size_t length = 0;
   std::string result = "<absent>";
-  if (file && readFile(file, &data, &length)) {
+  if (file && readFile(file, &data, &length) == IMG_OK) {
     EXPECT_EQ(data[length], '\0');
     result.assign(data, length);
     std::free(data);
@@ -51,10 +70,10 @@ std::string slurp(UdfImage *image, const std::string &dirPath,
 // Every file below `path` as the reader sees it; an entry that opens
 // neither as a file nor as a directory reads "<absent>".
 FileTree walk(UdfImage *image, const std::string &path = "") {
-  Dir *dir = openDir(image, nullptr, path.c_str());
+  Dir *dir = dirAt(image, nullptr, path.c_str());
   if (dir == nullptr) return {{path, "<absent>"}};
   FileTree out;
-  while (const char *entry = readDir(dir)) {
+  while (const char *entry = nextName(dir)) {
     std::string name = entry, full = path.empty() ? name : path + "/" + name;
     if (std::string data = slurp(image, path, name); data != "<absent>")
       out[full] = data;
@@ -116,16 +135,19 @@ TEST(UdfImage, BridgeImageAgreesWithSevenZip) {
     EXPECT_EQ(slurp(img, dir, name), contents) << dir << " " << name;
   }
   // A path taken from a starting directory; rewinding.
-  Dir *a = openDir(img, nullptr, "a");
-  Dir *d = openDir(img, a, "b/c/d");
+  Dir *a = dirAt(img, nullptr, "a");
+  Dir *d = dirAt(img, a, "b/c/d");
   ASSERT_TRUE(a && d);
-  EXPECT_STREQ(readDir(d), "deep.txt");
-  EXPECT_EQ(readDir(d), nullptr);
-  rewindDir(d);
-  EXPECT_STREQ(readDir(d), "deep.txt");
-  EXPECT_TRUE(closeDir(d) && closeDir(a));
-  EXPECT_EQ(openDir(img, nullptr, "README.TXT"), nullptr);
-  EXPECT_EQ(openDir(img, nullptr, "a/missing"), nullptr);
+  EXPECT_STREQ(nextName(d), "deep.txt");
+  EXPECT_EQ(nextName(d), nullptr);
+  EXPECT_EQ(rewindDir(d), IMG_OK);
+  EXPECT_STREQ(nextName(d), "deep.txt");
+  EXPECT_EQ(closeDir(d), IMG_OK);
+  EXPECT_EQ(closeDir(a), IMG_OK);
+  Dir *none = nullptr;
+  EXPECT_EQ(openDir(img, nullptr, "README.TXT", &none), IMG_ERR_NOT_DIR);
+  EXPECT_EQ(openDir(img, nullptr, "a/missing", &none), IMG_ERR_NOT_FOUND);
+  EXPECT_EQ(none, nullptr);
   // A failing read makes the file absent, not a crash.
   HostOps ops = hostOps();
   ops.pread = [](int, void *, size_t, off_t) { return errno = EIO, -1L; };
@@ -350,7 +372,27 @@ TEST(UdfLayout, PatchedImages) {
   EXPECT_EQ(slurp(image.get(), "alpha/alpha/alpha", "README.TXT"), "top\r\n");
   std::string deep;
   for (int i = 0; i < 100; ++i) deep += "alpha/";
-  EXPECT_EQ(openDir(image.get(), nullptr, deep.c_str()), nullptr);
+  EXPECT_EQ(dirAt(image.get(), nullptr, deep.c_str()), nullptr);
+}
+
+// Every openDir lists its directories afresh; a caller that keeps listing
+// a large directory runs into the open's budget instead of working on.
+TEST(UdfImage, ListingAgainAndAgainEndsAtTheBudget) {
+  FileTree tree;
+  for (int i = 0; i < 4000; ++i) tree["f" + std::to_string(i)] = "";
+  ImagePtr image = openImage(udfBridgeFromTree(tree));
+  ASSERT_TRUE(image);
+  int opened = 0;
+  Dir *dir = nullptr;
+  Error err;
+  while ((err = openDir(image.get(), nullptr, "", &dir)) == IMG_OK &&
+         opened < 1000) {
+    ++opened;
+    closeDir(dir);
+  }
+  EXPECT_EQ(err, IMG_ERR_BUDGET);
+  EXPECT_TRUE(overBudget(image.get()));
+  EXPECT_GT(opened, 50);  // a real caller's listings stay far below
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ int fail(const std::string &path, fat::Error err) {
 // Opens the volume and its root directory.
 int openRoot(const std::string &image, int writable, Handle &volume,
              Handle &root) {
-  fat::Error err = fat::openVolume(nullptr, image.c_str(), writable, &volume.h);
+  fat::Error err = fat::openVolume(image.c_str(), writable, &volume.h);
   if (err == fat::FAT_OK) {
     err = fat::skipVolumeBoot(volume.h, fat::FAT_FILE_SYSTEM);
   }
@@ -48,7 +48,7 @@ int openRoot(const std::string &image, int writable, Handle &volume,
 
 int cmdNew(const Args &args) {
   Handle volume;
-  fat::Error err = fat::formatVolume(nullptr, args[1].c_str(), 1, 1, &volume.h);
+  fat::Error err = fat::formatVolume(args[1].c_str(), 1, &volume.h);
   if (err == fat::FAT_OK) {
     err = fat::close(volume.h);
     volume.h = nullptr;

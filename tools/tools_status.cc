@@ -40,24 +40,6 @@ std::vector<std::string> illegalList(const ToolsComponent &c) {
   return out;
 }
 
-std::string joined(const std::vector<std::string> &items) {
-  std::string out;
-  for (const std::string &item : items) {
-    out += (out.empty() ? "" : ", ") + item;
-  }
-  return out;
-}
-
-void printRow(const char *name, const ToolsComponent &c) {
-  std::printf(
-      "%-24s %-23s %-16s %c %-16s %-16s %-16s %s\n", name,
-      toolsStatusNames[c.status], toolsVersionFormat(&c.guest, FALSE).c_str(),
-      c.installed ? 'Y' : 'N', toolsVersionFormat(&c.host, FALSE).c_str(),
-      toolsVersionFormat(&c.avrMin, FALSE).c_str(),
-      toolsVersionFormat(&c.avrMax, FALSE).c_str(),
-      joined(illegalList(c)).c_str());
-}
-
 Json jsonRow(const std::string &name, const ToolsComponent &c) {
   return {{"name", name},
           {"status", toolsStatusNames[c.status]},
@@ -70,7 +52,7 @@ Json jsonRow(const std::string &name, const ToolsComponent &c) {
 }
 
 void printReport(const ToolsComponentTable &table,
-                 const ToolsStatusOutcome &outcome, bool json) {
+                 const ToolsStatusDecision &outcome, bool json) {
   if (json) {
     Json rows = Json::array({jsonRow("monolithic", outcome.monolithic)});
     table.forEach([&rows](const std::string &name, const ToolsComponent &c) {
@@ -78,20 +60,20 @@ void printReport(const ToolsComponentTable &table,
     });
     gp::cli::printJson({{"components", rows},
                         {"overall", toolsStatusNames[outcome.overall]},
-                        {"status", outcome.status},
-                        {"statusName", publicName(outcome.status)}});
+                        {"status", outcome.status()},
+                        {"statusName", publicName(outcome.status())}});
     return;
   }
-  std::printf("%-24s %-23s %-16s %c %-16s %-16s %-16s %s\n", "Component",
-              "Status", "Guest", 'I', "Host", "AVR Min", "AVR Max",
-              "AVR Illegal");
-  printRow("monolithic", outcome.monolithic);
+  std::printf("%s", toolsComponentRow("Component", nullptr, false).c_str());
+  std::printf(
+      "%s",
+      toolsComponentRow("monolithic", &outcome.monolithic, false).c_str());
   table.forEach([](const std::string &name, const ToolsComponent &c) {
-    printRow(name.c_str(), c);
+    std::printf("%s", toolsComponentRow(name.c_str(), &c, false).c_str());
   });
   std::printf("\nOverall status: %s\nPublic status:  %d %s\n",
-              toolsStatusNames[outcome.overall], outcome.status,
-              publicName(outcome.status));
+              toolsStatusNames[outcome.overall], outcome.status(),
+              publicName(outcome.status()));
 }
 
 void printUnknown(bool json) {
@@ -161,9 +143,9 @@ int run(const gp::cli::Args &args) {
     toolsManifestAddEntry(name, value, &ctx);
   });
 
-  ToolsStatusOutcome outcome;
-  toolsStatusEvaluateOutcome(&table, &flags, &outcome);
-  printReport(table, outcome, json);
+  ToolsStatusDecision decision = toolsStatusDecide(&table);
+  toolsStatusLog(table, decision, &flags);
+  printReport(table, decision, json);
   return 0;
 }
 

@@ -5,20 +5,9 @@
 #include <string>
 
 #include "lib/guessGuest/guess_internal.h"
-#include "platform/fatal.h"
-#include "platform/isoimage.h"
+#include "lib/guessGuest/guess_medium.h"
 #include "platform/msgcatalog.h"
 #include "platform/strutil.h"
-#include "platform/udfimage.h"
-
-using gp::guess::kModule;
-
-struct GuessDir {
-  gp::iso::Dir *isoDir;
-  gp::iso::Entry isoEntry;
-  gp::udf::Dir *udfDir;
-  char *path;
-};
 
 namespace gp::guess {
 namespace {
@@ -42,168 +31,20 @@ const GuessDetector kDetectors[] = {
 };
 
 GuessDir *guessOpenDirOnce(GuessMedium *medium, const char *path) {
-  auto *dir = static_cast<GuessDir *>(checkedMalloc(sizeof(GuessDir)));
-  std::memset(dir, 0, sizeof *dir);
-  bool opened;
-  switch (medium->kind) {
-    case GUESS_MEDIUM_ISO9660:
-      opened = iso::openDir(medium->isoImage, path, &dir->isoDir) == iso::ISO_OK;
-      break;
-    case GUESS_MEDIUM_UDF:
-      dir->udfDir = udf::openDir(medium->udfImage, nullptr, path);
-      opened = dir->udfDir != nullptr;
-      break;
-    default:
-      GP_NOT_REACHED(kModule);
-  }
-  if (!opened) {
-    std::free(dir);
-    return nullptr;
-  }
-  dir->path = heapCopy(path);
-  return dir;
+  std::unique_ptr<GuessDir> dir;
+  openMediumDir(*medium, path, dir);
+  return dir.release();
 }
 
-// Marker files are small; the largest one read whole is a kernel of a few
-// MiB. A larger file is treated as unreadable, so a hostile image cannot
-// make identification allocate gigabytes (the UDF reader has the same cap).
-constexpr size_t kMaxFileBytes = 64u << 20;
-
-// Reads an opened ISO 9660 file whole; null on a read error or when the
-// file is larger than kMaxFileBytes.
-char *readIsoFile(IsoImage *image, iso::File *file, size_t *size) {
-  char chunk[2048];
-  MallocPtr<char> buffer(static_cast<char *>(checkedMalloc(sizeof chunk + 1)));
-  size_t room = sizeof chunk;
-  size_t total = 0;
-  for (;;) {
-    size_t length = sizeof chunk;
-    int rc = iso::readFile(image, file, chunk, &length);
-    if (rc == iso::ISO_END) {
-      break;
-    }
-    if (rc != iso::ISO_OK || total + length > kMaxFileBytes) {
-      return nullptr;
-    }
-    if (total + length > room) {
-      room = std::max(room * 2, total + length);
-      buffer.reset(static_cast<char *>(checkedRealloc(buffer.release(), room + 1)));
-    }
-    std::memcpy(buffer.get() + total, chunk, length);
-    total += length;
-  }
-  buffer.get()[total] = '\0';
-  *size = total;
-  return buffer.release();
-}
-
-void *lookupIso(GuessMedium *medium, GuessDir *dir, const char *name,
-                bool readContents, size_t *size) {
-  if (str::equalsCaseless(dir->isoEntry.name, name)) {
-    return nullptr;
-  }
-  IsoImage *image = medium->isoImage;
-  iso::Dir *scan = nullptr;
-  if (iso::openDir(image, dir->path, &scan) != iso::ISO_OK) {
-    return nullptr;
-  }
-  iso::Entry entry;
-  void *result = nullptr;
-  for (;;) {
-    std::memset(&entry, 0, sizeof entry);
-    if (iso::readDir(image, scan, &entry) != iso::ISO_OK) {
-      break;  // end of directory, or an error: the file is not there
-    }
-    if (!str::equalsCaseless(entry.name, name)) {
-      continue;
-    }
-    iso::File *file = nullptr;
-    if (iso::openFile(image, &entry, &file) != iso::ISO_OK) {
-      break;
-    }
-    size_t length = 0;
-    if (readContents) {
-      result = readIsoFile(image, file, &length);
-    } else {
-      result = reinterpret_cast<void *>(1);
-    }
-    iso::closeFile(image, file);
-    if (result != nullptr && size != nullptr) {
-      *size = length;
-    }
-    break;
-  }
-  iso::closeDir(image, scan);
-  return result;
-}
-
-void *lookupUdf(GuessMedium *medium, GuessDir *dir, const char *name,
-                bool readContents, size_t *size) {
-  udf::File *file = udf::openFile(medium->udfImage, dir->udfDir, name);
-  if (file == nullptr) {
-    return nullptr;
-  }
-  void *result = reinterpret_cast<void *>(1);
-  if (readContents) {
-    char *contents = nullptr;
-    size_t length = 0;
-    if (udf::readFile(file, &contents, &length)) {
-      result = contents;
-      if (size != nullptr) {
-        *size = length;
-      }
-    } else {
-      result = nullptr;
-    }
-  }
-  udf::closeFile(file);
-  return result;
-}
-
-void *guessLookupFile(GuessMedium *medium, GuessDir *dir, const char *name,
-                      bool readContents, size_t *size) {
-  switch (medium->kind) {
-    case GUESS_MEDIUM_ISO9660:
-      return lookupIso(medium, dir, name, readContents, size);
-    case GUESS_MEDIUM_UDF:
-      return lookupUdf(medium, dir, name, readContents, size);
-    default:
-      GP_NOT_REACHED(kModule);
-  }
-}
-
-bool openMedium(const char *imagePath, GuessMedium &medium) {
-  medium.udfImage = udf::open(imagePath);
-  if (medium.udfImage != nullptr) {
-    medium.kind = GUESS_MEDIUM_UDF;
-    return true;
-  }
-  uint32_t formats = iso::listFormats(imagePath);
-  if (iso::open(imagePath, formats, 0, &medium.isoImage) != iso::ISO_OK) {
-    medium.isoImage = nullptr;
-    return false;
-  }
-  medium.kind = GUESS_MEDIUM_ISO9660;
-  return true;
-}
-
-void closeMedium(GuessMedium &medium) {
-  switch (medium.kind) {
-    case GUESS_MEDIUM_ISO9660:
-      iso::close(medium.isoImage);
-      break;
-    case GUESS_MEDIUM_UDF:
-      udf::close(medium.udfImage);
-      break;
-    default:
-      GP_NOT_REACHED(kModule);
-  }
+// Looks `name` up in `dir`; reads it whole when `contents` is not null.
+bool guessLookupFile(GuessDir *dir, const char *name, FileText *contents) {
+  return dir->lookup(name, contents) == img::IMG_OK;
 }
 
 int guessGuest(const char *imagePath, GuessInfo *info) {
   std::memset(info, 0, sizeof *info);
   GuessMedium medium{};
-  if (imagePath == nullptr || !openMedium(imagePath, medium)) {
+  if (imagePath == nullptr || openMedium(imagePath, medium) != img::IMG_OK) {
     return GUESS_OPEN_FAILED;
   }
   medium.path = heapCopy(imagePath);
@@ -212,7 +53,12 @@ int guessGuest(const char *imagePath, GuessInfo *info) {
     found = (*d)(&medium, info) != FALSE;
   }
   std::free(medium.path);
+  bool overBudget = mediumOverBudget(medium);
   closeMedium(medium);
+  if (overBudget) {
+    std::memset(info, 0, sizeof *info);
+    return GUESS_OPEN_FAILED;
+  }
   return found ? GUESS_FOUND : GUESS_NOT_FOUND;
 }
 
@@ -239,9 +85,12 @@ FileText readFileName(GuessMedium *medium, const char *path) {
   return t;
 }
 
-FileText readFile(GuessMedium *medium, GuessDir *dir, const char *name) {
+FileText readFirstOf(GuessMedium *medium,
+                     std::initializer_list<const char *> paths) {
   FileText t;
-  t.data.reset(Guess_ReadFile(medium, dir, name, &t.size));
+  for (auto path = paths.begin(); !t.present() && path != paths.end(); ++path) {
+    t = readFileName(medium, *path);
+  }
   return t;
 }
 
@@ -284,7 +133,8 @@ GP_EXPORT int Guess_Guest(const char *imagePath, uint32_t, GuessInfo *info) {
 }
 
 GP_EXPORT const char *Guess_GetSubString(GuessVersion code) {
-  return SUB_NAMES[code];
+  constexpr size_t kCount = sizeof SUB_NAMES / sizeof SUB_NAMES[0];
+  return static_cast<size_t>(code) < kCount ? SUB_NAMES[code] : nullptr;
 }
 
 GP_EXPORT char *Guess_GetVersionString(const char *name,
@@ -322,56 +172,22 @@ GP_EXPORT const char *Guess_ReadDir(GuessMedium *medium, GuessDir *dir) {
   if (medium == nullptr || dir == nullptr) {
     return nullptr;
   }
-  switch (medium->kind) {
-    case GUESS_MEDIUM_ISO9660:
-      std::memset(&dir->isoEntry, 0, sizeof dir->isoEntry);
-      if (iso::readDir(medium->isoImage, dir->isoDir, &dir->isoEntry) !=
-          iso::ISO_OK) {
-        return nullptr;
-      }
-      return dir->isoEntry.name;
-    case GUESS_MEDIUM_UDF:
-      return udf::readDir(dir->udfDir);
-    default:
-      GP_NOT_REACHED(kModule);
-  }
+  const char *name = nullptr;
+  return dir->next(name) == img::IMG_OK ? name : nullptr;
 }
 
 GP_EXPORT Bool Guess_RewindDir(GuessMedium *medium, GuessDir *dir) {
   if (medium == nullptr || dir == nullptr) {
     return FALSE;
   }
-  switch (medium->kind) {
-    case GUESS_MEDIUM_ISO9660:
-      return iso::rewindDir(medium->isoImage, dir->isoDir) == iso::ISO_OK;
-    case GUESS_MEDIUM_UDF:
-      udf::rewindDir(dir->udfDir);
-      return TRUE;
-    default:
-      GP_NOT_REACHED(kModule);
-  }
+  return dir->rewind() == img::IMG_OK;
 }
 
 GP_EXPORT Bool Guess_CloseDir(GuessMedium *medium, GuessDir *dir) {
   if (medium == nullptr || dir == nullptr) {
     return FALSE;
   }
-  switch (medium->kind) {
-    case GUESS_MEDIUM_ISO9660:
-      if (iso::closeDir(medium->isoImage, dir->isoDir) != iso::ISO_OK) {
-        return FALSE;
-      }
-      break;
-    case GUESS_MEDIUM_UDF:
-      if (!udf::closeDir(dir->udfDir)) {
-        return FALSE;
-      }
-      break;
-    default:
-      GP_NOT_REACHED(kModule);
-  }
-  std::free(dir->path);
-  std::free(dir);
+  delete dir;
   return TRUE;
 }
 
@@ -381,9 +197,15 @@ GP_EXPORT char *Guess_ReadFile(GuessMedium *medium, GuessDir *dir,
     return nullptr;
   }
   return abiGuard(static_cast<char *>(nullptr), [&] {
-    return tryCaseVariants(name, [&](const char *variant) {
-      return static_cast<char *>(
-          guessLookupFile(medium, dir, variant, true, size));
+    return tryCaseVariants(name, [&](const char *variant) -> char * {
+      FileText text;
+      if (!guessLookupFile(dir, variant, &text)) {
+        return nullptr;
+      }
+      if (size != nullptr) {
+        *size = text.size;
+      }
+      return text.data.release();
     });
   });
 }
@@ -421,7 +243,7 @@ GP_EXPORT Bool Guess_FileExists(GuessMedium *medium, const char *dirPath,
     if (!dir) {
       return FALSE;
     }
-    return guessLookupFile(medium, dir.get(), name, false, nullptr) != nullptr;
+    return guessLookupFile(dir.get(), name, nullptr);
   });
 }
 

@@ -28,10 +28,6 @@ const DebianFamily kFamilies[] = {
     {nullptr, nullptr, nullptr, false},
 };
 
-bool contains(std::string_view text, std::string_view part) {
-  return text.find(part) != std::string_view::npos;
-}
-
 // Ubuntu's release is the second word; server media install differently
 // from 8.10 on, desktop media from 7.10 on.
 void ubuntuRelease(std::string_view text, DebianFacts &facts) {
@@ -41,7 +37,7 @@ void ubuntuRelease(std::string_view text, DebianFacts &facts) {
       !str::nextToken(text, pos, " ", release)) {
     return;
   }
-  if (contains(text, "Ubuntu-Server")) {
+  if (str::contains(text, "Ubuntu-Server")) {
     facts.verdict.subVersion = str::compareDottedVersion(release, "8.10") < 0
                                    ? GUESS_VERSION_UBUNTU_SERVER_804_OR_LOWER
                                    : GUESS_VERSION_UBUNTU_SERVER_810_OR_HIGHER;
@@ -65,9 +61,9 @@ DebianFacts debianFromDiskInfo(std::string_view text) {
   if (family->prefix == nullptr) {
     return facts;
   }
-  if (contains(text, "amd64")) {
+  if (str::contains(text, "amd64")) {
     facts.verdict.osName = family->name64;
-  } else if (contains(text, "i386")) {
+  } else if (str::contains(text, "i386")) {
     facts.verdict.osName = family->name32;
   }
   if (family->ubuntu) {
@@ -83,14 +79,11 @@ using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_Debian(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText diskInfo = readFileName(medium, ".disk/info");
     bool isolinux = Guess_FileExists(medium, "isolinux", "isolinux.cfg");
     if (!diskInfo.present()) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     DebianFacts facts = debianFromDiskInfo(diskInfo.text());
     if (!facts.version.empty()) {
@@ -98,7 +91,7 @@ GP_EXPORT Bool Guess_Debian(GuessMedium *medium, GuessInfo *info) {
                        facts.version);
     }
     if (facts.verdict.osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     info->noIsolinux = isolinux ? FALSE : TRUE;
     return recognise(info, facts.verdict.osName, facts.verdict.subVersion);

@@ -27,8 +27,9 @@ struct FileText {
 // Guess_ReadFileName wrapped in an owner.
 FileText readFileName(GuessMedium *medium, const char *path);
 
-// Guess_ReadFile wrapped in an owner.
-FileText readFile(GuessMedium *medium, GuessDir *dir, const char *name);
+// The first of the files that can be read, in order.
+FileText readFirstOf(GuessMedium *medium,
+                     std::initializer_list<const char *> paths);
 
 // A directory handle closed on scope exit.
 class DirHandle {
@@ -61,12 +62,33 @@ inline bool isolinuxConfigIn(GuessMedium *medium,
   return false;
 }
 
+// How a detector's body ends.
+enum class Outcome {
+  Recognised,     // it filled in the record
+  NotRecognised,  // the record's earlier finding, if any, stands
+  Refused,        // not recognised, whatever the record says
+};
+
 // Records a recognised medium: osName and subVersion.
-inline Bool recognise(GuessInfo *info, const char *osName,
-                      uint32_t subVersion) {
+inline Outcome recognise(GuessInfo *info, const char *osName,
+                         uint32_t subVersion) {
   info->osName = osName;
   info->subVersion = subVersion;
-  return TRUE;
+  return Outcome::Recognised;
+}
+
+// The shape every detector shares: null arguments and failures give FALSE,
+// otherwise the body's outcome decides.
+template <typename Body>
+Bool runDetector(GuessMedium *medium, GuessInfo *info, Body &&body) {
+  if (medium == nullptr || info == nullptr) {
+    return FALSE;
+  }
+  return abiGuard(Bool(FALSE), [&]() -> Bool {
+    Outcome outcome = body();
+    return outcome == Outcome::Recognised ||
+           (outcome == Outcome::NotRecognised && info->osName != nullptr);
+  });
 }
 
 }  // namespace gp::guess

@@ -123,10 +123,7 @@ using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_Mandriva(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     MandrivaFacts facts;
     bool noIsolinux = false;
     FileText version = readFileName(medium, "VERSION");
@@ -137,10 +134,8 @@ GP_EXPORT Bool Guess_Mandriva(GuessMedium *medium, GuessInfo *info) {
           medium, {"isolinux", "i586/isolinux", "x86_64/isolinux"});
       mandrivaFromVolumeId(volumeIdOf(medium), facts);
       if (!facts.settled) {
-        FileText product = readFileName(medium, "i586/product.id");
-        if (!product.present()) {
-          product = readFileName(medium, "x86_64/product.id");
-        }
+        FileText product =
+            readFirstOf(medium, {"i586/product.id", "x86_64/product.id"});
         if (product.present()) {
           mandrivaFromProductId(product.text(), facts);
         }
@@ -151,7 +146,7 @@ GP_EXPORT Bool Guess_Mandriva(GuessMedium *medium, GuessInfo *info) {
                        facts.version);
     }
     if (facts.verdict.osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     info->noIsolinux = noIsolinux ? TRUE : FALSE;
     return recognise(info, facts.verdict.osName, facts.verdict.subVersion);

@@ -1,4 +1,5 @@
-// Readings of the marker files that identify Linux and other media.
+// Readings of the marker files that identify Windows, Linux and other
+// media.
 //
 // The detectors read a file from the medium and hand its text to one of
 // these functions, which decide from the text alone. Keeping them apart
@@ -6,12 +7,32 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
 #include "guestprep/guess.h"
 
 namespace gp::guess {
+
+// Windows NT 4.0 to Server 2003: the identifier that the "wks_id" or
+// "srv_id" line of TXTSETUP.SIF names, or null.
+const char *windowsNtFromSetup(std::string_view setup);
+// The "Localization=" value of PRODSPEC.INI; empty when there is none.
+std::string windowsNtLanguage(std::string_view prodspec);
+
+// Windows Vista and later, from "sources/product.ini" and
+// "sources/idwbinfo.txt"; null when they name no release. When the build
+// branch does not tell the release, `hasImage` says whether "sources"
+// holds an install image whose name starts with the given prefix.
+using WindowsImageTest = std::function<bool(const char *prefix)>;
+const char *windowsVistaFamily(std::string_view productIni,
+                               std::string_view buildInfo,
+                               const WindowsImageTest &hasImage);
+// The installation language from "sources/lang.ini": the last entry of
+// the available UI languages with a non-negative number; empty when the
+// section or a choice is missing.
+std::string windowsLanguage(std::string_view langIni);
 
 // What the marker files say; osName null when they name no system.
 struct MarkerVerdict {

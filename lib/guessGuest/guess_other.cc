@@ -93,29 +93,34 @@ const char *orvexiFromBootMenu(std::string_view text) {
   return nullptr;
 }
 
+// What the first root entry that marks something marks; null when none
+// does or the root does not open (`opened` tells which).
+template <typename Mark>
+auto firstRootMark(GuessMedium *medium, Mark mark, bool *opened = nullptr)
+    -> decltype(mark("")) {
+  DirHandle root(medium, "/");
+  if (opened != nullptr) {
+    *opened = static_cast<bool>(root);
+  }
+  const char *entry = nullptr;
+  while (root && (entry = Guess_ReadDir(medium, root.get())) != nullptr) {
+    if (auto marked = mark(entry)) {
+      return marked;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace gp::guess
 
 using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_Solaris(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
-    const SolarisRelease *release = nullptr;
-    {
-      DirHandle root(medium, "/");
-      if (!root) {
-        return FALSE;
-      }
-      while (release == nullptr) {
-        const char *entry = Guess_ReadDir(medium, root.get());
-        if (entry == nullptr) {
-          return FALSE;
-        }
-        release = solarisFromEntry(entry);
-      }
+  return runDetector(medium, info, [&]() -> Outcome {
+    const SolarisRelease *release = firstRootMark(medium, solarisFromEntry);
+    if (release == nullptr) {
+      return Outcome::Refused;
     }
     info->osName64 = release->osName64;
     return recognise(info, release->osName, GUESS_VERSION_UNKNOWN);
@@ -123,42 +128,21 @@ GP_EXPORT Bool Guess_Solaris(GuessMedium *medium, GuessInfo *info) {
 }
 
 GP_EXPORT Bool Guess_NetWare(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
-    const char *osName = nullptr;
-    {
-      DirHandle root(medium, "/");
-      if (!root) {
-        return FALSE;
-      }
-      while (osName == nullptr) {
-        const char *entry = Guess_ReadDir(medium, root.get());
-        if (entry == nullptr) {
-          break;
-        }
-        osName = netwareFromEntry(entry);
-      }
-    }
+  return runDetector(medium, info, [&]() -> Outcome {
+    bool opened = false;
+    const char *osName = firstRootMark(medium, netwareFromEntry, &opened);
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return opened ? Outcome::NotRecognised : Outcome::Refused;
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
   });
 }
 
 GP_EXPORT Bool Guess_FreeBSD(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
-    FileText kernel = readFileName(medium, "/kernel");
+  return runDetector(medium, info, [&]() -> Outcome {
+    FileText kernel = readFirstOf(medium, {"/kernel", "/boot/kernel/kernel"});
     if (!kernel.present()) {
-      kernel = readFileName(medium, "/boot/kernel/kernel");
-    }
-    if (!kernel.present()) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     int arch = Guess_ELF_Arch(
         reinterpret_cast<const unsigned char *>(kernel.data.get()),
@@ -169,33 +153,27 @@ GP_EXPORT Bool Guess_FreeBSD(GuessMedium *medium, GuessInfo *info) {
 }
 
 GP_EXPORT Bool Guess_Orvexi(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText menu = readFileName(medium, "isolinux.cfg");
     if (!menu.present()) {
-      return FALSE;
+      return Outcome::Refused;
     }
     const char *osName = orvexiFromBootMenu(menu.text());
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
   });
 }
 
 GP_EXPORT Bool Guess_MacOS(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     for (const MacTest *t = kMacTests; t->dir != nullptr; ++t) {
       if (Guess_FileExists(medium, t->dir, t->entry)) {
         info->osName64 = t->osName64;
         return recognise(info, t->osName, GUESS_VERSION_UNKNOWN);
       }
     }
-    return FALSE;
+    return Outcome::Refused;
   });
 }

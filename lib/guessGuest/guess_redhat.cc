@@ -54,9 +54,9 @@ uint32_t centosCode(GuessMedium *medium) {
 }
 
 uint32_t fedoraCode(std::string_view release) {
-  size_t skip =
-      release.find("Fedora Core ") != std::string_view::npos ? 12 : 7;
-  long number = release.size() > skip ? str::parseLong(release.substr(skip)) : 0;
+  size_t skip = release.find("Fedora Core ") != std::string_view::npos ? 12 : 7;
+  long number =
+      release.size() > skip ? str::parseLong(release.substr(skip)) : 0;
   if (number == 8) {
     return GUESS_VERSION_FEDORA_8;
   }
@@ -139,7 +139,7 @@ const char *fromReleaseNotes(std::string_view notes) {
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_RedHat(GuessMedium *medium, GuessInfo *info) {
-  return gp::abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText discInfo = readFileName(medium, ".DISCINFO");
     bool isolinux = Guess_FileExists(medium, "isolinux", "isolinux.cfg");
     uint32_t centos = centosCode(medium);
@@ -155,7 +155,7 @@ GP_EXPORT Bool Guess_RedHat(GuessMedium *medium, GuessInfo *info) {
       }
     }
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     info->noIsolinux = isolinux ? FALSE : TRUE;
     return recognise(info, osName, subVersion);

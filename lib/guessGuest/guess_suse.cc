@@ -45,10 +45,6 @@ const char *pick(const SuseNames &names, bool is64) {
   return is64 ? names.name64 : names.name32;
 }
 
-bool contains(std::string_view text, std::string_view part) {
-  return text.find(part) != std::string_view::npos;
-}
-
 bool isCSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // What the keyword lines of "content" say.
@@ -221,13 +217,13 @@ MarkerVerdict suseFromProducts(std::string_view text) {
     if (str::nextToken(rest, pos, " ", name)) {
       str::nextIntToken(rest, pos, " \n", major);
     }
-    v.osName = pick(enterpriseNames(major), contains(text, "x86_64"));
-    if (contains(text, "Desktop")) {
+    v.osName = pick(enterpriseNames(major), str::contains(text, "x86_64"));
+    if (str::contains(text, "Desktop")) {
       v.subVersion = GUESS_VERSION_SLED_ALL;
     }
   } else if (str::startsWithCaseless(rest, "SUSE-Linux")) {
-    v.osName =
-        pick(kSuse, contains(text, "x86_64") || contains(text, "x86-64"));
+    v.osName = pick(
+        kSuse, str::contains(text, "x86_64") || str::contains(text, "x86-64"));
   }
   return v;
 }
@@ -272,15 +268,12 @@ MarkerVerdict suseVerdict(GuessMedium *medium) {
 }  // namespace
 
 GP_EXPORT Bool Guess_SUSE(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     MarkerVerdict v = suseVerdict(medium);
     bool isolinux = isolinuxConfigIn(
         medium, {"boot/loader", "boot/i386/loader", "boot/x86_64/loader"});
     if (v.osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     info->noIsolinux = isolinux ? FALSE : TRUE;
     return recognise(info, v.osName, v.subVersion);

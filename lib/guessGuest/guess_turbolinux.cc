@@ -6,13 +6,10 @@ using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_TurboLinux(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText readme = readFileName(medium, "README");
     if (!str::startsWith(readme.text(), "Turbolinux")) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     return recognise(info, "turbolinux", GUESS_VERSION_UNKNOWN);
   });

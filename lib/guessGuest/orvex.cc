@@ -101,13 +101,10 @@ using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_Orvex(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText packages = readFileName(medium, "packages.xml");
     if (!packages.present() || !orvexFromPackageList(packages.data.get())) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     return recognise(info, "ztkernel", GUESS_VERSION_UNKNOWN);
   });

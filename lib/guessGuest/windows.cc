@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "lib/guessGuest/guess_internal.h"
+#include "lib/guessGuest/guess_markers.h"
 #include "platform/strutil.h"
 
 namespace gp::guess {
@@ -95,10 +96,6 @@ bool valueAfter(std::string_view text, std::string_view marker,
          guessParseKeyValue(text.substr(at), nullptr, &value);
 }
 
-bool contains(std::string_view text, std::string_view part) {
-  return text.find(part) != std::string_view::npos;
-}
-
 // The identifier of an NT-family product name: the table first, then the
 // Windows XP substring rules.
 const char *ntIdentifier(const std::string &product) {
@@ -108,58 +105,51 @@ const char *ntIdentifier(const std::string &product) {
     }
   }
   std::string lower = str::toLower(product);
-  if (!contains(lower, "windows xp")) {
+  if (!str::contains(lower, "windows xp")) {
     return nullptr;
   }
-  if (!contains(lower, "pro")) {
+  if (!str::contains(lower, "pro")) {
     return "winXPHome";
   }
-  return contains(lower, "x64") ? "winXPPro-64" : "winXPPro";
+  return str::contains(lower, "x64") ? "winXPPro-64" : "winXPPro";
 }
 
 enum class Release { None, Vista, Windows7, Windows8 };
 
-Release releaseClass(GuessMedium *medium, const std::string &branch) {
+Release releaseClass(const std::string &branch,
+                     const WindowsImageTest &hasImage) {
   if (str::startsWith(branch, "vista") ||
       str::startsWith(branch, "lh_sp2rtm")) {
     return Release::Vista;
   }
-  if (contains(branch, "win7")) {
+  if (str::contains(branch, "win7")) {
     return Release::Windows7;
   }
-  if (contains(branch, "win8") || str::startsWith(branch, "winmain")) {
+  if (str::contains(branch, "win8") || str::startsWith(branch, "winmain")) {
     return Release::Windows8;
   }
-  if (Guess_FileExistsWithPrefix(medium, "sources", kVistaImagePrefix)) {
+  if (hasImage(kVistaImagePrefix)) {
     return Release::Vista;
   }
-  if (Guess_FileExistsWithPrefix(medium, "sources", kWindows7ImagePrefix)) {
+  if (hasImage(kWindows7ImagePrefix)) {
     return Release::Windows7;
   }
   return Release::None;
 }
 
+// The identifiers of each release (in Release order): client 32-bit and
+// 64-bit, server 32-bit and 64-bit. Releases from Windows 7 on have
+// 64-bit servers only.
+const char *const kVistaFamily[][4] = {
+    {"longhorn", "longhorn-64", "longhorn", "longhorn-64"},
+    {"winvista", "winvista-64", "longhorn", "longhorn-64"},
+    {"windows7", "windows7-64", "windows7srv-64", "windows7srv-64"},
+    {"windows8", "windows8-64", "windows8srv-64", "windows8srv-64"},
+};
+
 const char *vistaIdentifier(Release release, bool server, bool is64) {
-  switch (release) {
-    case Release::Vista:
-      if (server) {
-        return is64 ? "longhorn-64" : "longhorn";
-      }
-      return is64 ? "winvista-64" : "winvista";
-    case Release::Windows7:
-      if (server) {
-        return "windows7srv-64";
-      }
-      return is64 ? "windows7-64" : "windows7";
-    case Release::Windows8:
-      if (server) {
-        return "windows8srv-64";
-      }
-      return is64 ? "windows8-64" : "windows8";
-    case Release::None:
-      break;
-  }
-  return is64 ? "longhorn-64" : "longhorn";
+  return kVistaFamily[static_cast<int>(release)]
+                     [(server ? 2 : 0) + (is64 ? 1 : 0)];
 }
 
 // The install image names of "sources", each followed by "?".
@@ -200,9 +190,9 @@ bool isDecimal(std::string_view s, long &number) {
   return true;
 }
 
-// The installation language: the last entry of the available UI languages
-// with a non-negative number. Empty when the section or a choice is missing.
-std::string chosenLanguage(std::string_view langIni) {
+}  // namespace
+
+std::string windowsLanguage(std::string_view langIni) {
   constexpr std::string_view kHeader = "[Available UI Languages]\r\n";
   constexpr std::string_view kNext = "\r\n[Fallback Languages]";
   size_t begin = langIni.find(kHeader);
@@ -245,19 +235,19 @@ std::string chosenLanguage(std::string_view langIni) {
   return chosen;
 }
 
-// The identifier of a Vista-or-newer medium, or null.
-const char *vistaFamily(GuessMedium *medium, std::string_view productIni,
-                        std::string_view buildInfo) {
+const char *windowsVistaFamily(std::string_view productIni,
+                               std::string_view buildInfo,
+                               const WindowsImageTest &hasImage) {
   std::string value;
   bool server =
-      valueAfter(productIni, "Type=", value) && contains(value, "Server");
+      valueAfter(productIni, "Type=", value) && str::contains(value, "Server");
   Release release = Release::None;
   if (valueAfter(buildInfo, "BuildBranch=", value)) {
-    release = releaseClass(medium, value);
+    release = releaseClass(value, hasImage);
   }
   if (release == Release::Windows8 &&
       valueAfter(productIni, "staged=", value)) {
-    server = contains(value, "SERVERSTANDARD");
+    server = str::contains(value, "SERVERSTANDARD");
   }
   if (release == Release::None && !server) {
     return nullptr;
@@ -271,45 +261,45 @@ const char *vistaFamily(GuessMedium *medium, std::string_view productIni,
   return vistaIdentifier(release, server, is64);
 }
 
-}  // namespace
+const char *windowsNtFromSetup(std::string_view setup) {
+  size_t at = setup.find("wks_id ");
+  if (at == std::string_view::npos) {
+    at = setup.find("srv_id ");
+  }
+  std::string product;
+  if (at == std::string_view::npos ||
+      !guessParseKeyValue(setup.substr(at), nullptr, &product)) {
+    return nullptr;
+  }
+  return ntIdentifier(product);
+}
+
+std::string windowsNtLanguage(std::string_view prodspec) {
+  std::string language;
+  valueAfter(prodspec, "Localization=", language);
+  return language;
+}
+
 }  // namespace gp::guess
 
 using namespace gp;
 using namespace gp::guess;
 
 GP_EXPORT Bool Guess_WindowsNT(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
-    FileText setup = readFileName(medium, "I386/TXTSETUP.SIF");
-    FileText prodspec = readFileName(medium, "I386/PRODSPEC.INI");
+  return runDetector(medium, info, [&]() -> Outcome {
+    FileText setup =
+        readFirstOf(medium, {"I386/TXTSETUP.SIF", "AMD64/TXTSETUP.SIF"});
     if (!setup.present()) {
-      setup = readFileName(medium, "AMD64/TXTSETUP.SIF");
-      if (!setup.present()) {
-        return info->osName != nullptr;
-      }
+      return Outcome::NotRecognised;
     }
-    if (!prodspec.present()) {
-      prodspec = readFileName(medium, "AMD64/PRODSPEC.INI");
-    }
-    std::string_view text = setup.view();
-    size_t at = text.find("wks_id ");
-    if (at == std::string_view::npos) {
-      at = text.find("srv_id ");
-    }
-    std::string product;
-    if (at == std::string_view::npos ||
-        !guessParseKeyValue(text.substr(at), nullptr, &product)) {
-      return info->osName != nullptr;
-    }
-    const char *osName = ntIdentifier(product);
+    FileText prodspec =
+        readFirstOf(medium, {"I386/PRODSPEC.INI", "AMD64/PRODSPEC.INI"});
+    const char *osName = windowsNtFromSetup(setup.view());
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
-    std::string language;
-    if (prodspec.present() &&
-        valueAfter(prodspec.view(), "Localization=", language)) {
+    std::string language = windowsNtLanguage(prodspec.view());
+    if (!language.empty()) {
       str::boundedCopy(info->language, sizeof info->language, language);
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
@@ -317,10 +307,7 @@ GP_EXPORT Bool Guess_WindowsNT(GuessMedium *medium, GuessInfo *info) {
 }
 
 GP_EXPORT Bool Guess_WindowsLegacy(GuessMedium *medium, GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     struct Marker {
       const char *dir;
       const char *osName;
@@ -336,7 +323,7 @@ GP_EXPORT Bool Guess_WindowsLegacy(GuessMedium *medium, GuessInfo *info) {
       }
     }
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
   });
@@ -344,10 +331,7 @@ GP_EXPORT Bool Guess_WindowsLegacy(GuessMedium *medium, GuessInfo *info) {
 
 GP_EXPORT Bool Guess_WindowsVistaAndNewer(GuessMedium *medium,
                                           GuessInfo *info) {
-  if (medium == nullptr || info == nullptr) {
-    return FALSE;
-  }
-  return abiGuard(Bool(FALSE), [&]() -> Bool {
+  return runDetector(medium, info, [&]() -> Outcome {
     FileText product = readFileName(medium, "sources/product.ini");
     FileText build = readFileName(medium, "sources/idwbinfo.txt");
     FileText lang = readFileName(medium, "sources/lang.ini");
@@ -355,15 +339,18 @@ GP_EXPORT Bool Guess_WindowsVistaAndNewer(GuessMedium *medium,
     std::string language;
     if (product.present() && build.present() && lang.present()) {
       writeEditions(medium, info);
-      osName = vistaFamily(medium, product.view(), build.view());
+      osName = windowsVistaFamily(
+          product.view(), build.view(), [medium](const char *prefix) {
+            return Guess_FileExistsWithPrefix(medium, "sources", prefix) != 0;
+          });
       if (osName != nullptr) {
-        language = chosenLanguage(lang.view());
+        language = windowsLanguage(lang.view());
       }
     }
     str::boundedCopy(info->language, sizeof info->language,
                      language.empty() ? kDefaultLanguage : language);
     if (osName == nullptr) {
-      return info->osName != nullptr;
+      return Outcome::NotRecognised;
     }
     return recognise(info, osName, GUESS_VERSION_UNKNOWN);
   });

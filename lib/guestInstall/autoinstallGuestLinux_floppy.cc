@@ -51,7 +51,7 @@ bool openFloppy(AutoInstallLinuxKind kind, const char *templateDir,
     // The volume is formatted at the path as it is: a link there would
     // send it outside workDir.
     removeSpecialFile(floppy);
-    if (fat::formatVolume(nullptr, f, 1, 1, volume.out()) != fat::FAT_OK) {
+    if (fat::formatVolume(f, 1, volume.out()) != fat::FAT_OK) {
       logf("%s: FSImage_FormatVolume failed floppyImageFilePath=\"%s\"\n",
            kFunction, f);
       return false;
@@ -72,7 +72,7 @@ bool openFloppy(AutoInstallLinuxKind kind, const char *templateDir,
         kFunction, templ.c_str(), f);
     return false;
   }
-  if (fat::openVolume(nullptr, f, 1, volume.out()) != fat::FAT_OK) {
+  if (fat::openVolume(f, 1, volume.out()) != fat::FAT_OK) {
     logf("%s: FSImage_OpenVolume failed floppyImageFilePath=\"%s\"\n",
          kFunction, f);
     return false;

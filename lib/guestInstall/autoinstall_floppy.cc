@@ -147,8 +147,7 @@ bool addFileToWorkDirFloppy(const char *hostPath, const char *name,
   ImageHandle volume;
   ImageHandle root;
   bool result = false;
-  if (fat::openVolume(nullptr, imagePath.c_str(), 1, volume.out()) ==
-          fat::FAT_OK &&
+  if (fat::openVolume(imagePath.c_str(), 1, volume.out()) == fat::FAT_OK &&
       fat::openRootDirectory(volume.get(), root.out()) == fat::FAT_OK) {
     result = addFile(root.get(), hostPath, name);
   }

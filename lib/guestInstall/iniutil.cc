@@ -170,10 +170,6 @@ bool headerName(std::string_view text, std::string_view &name) {
   return true;
 }
 
-bool startsWith(std::string_view text, char c) {
-  return !text.empty() && text.front() == c;
-}
-
 bool getIniFileString(const char *path, const char *section, const char *key,
                       char *buffer, int32_t bufferSize) {
   if (buffer == nullptr || bufferSize < 1 || path == nullptr ||
@@ -189,12 +185,12 @@ bool getIniFileString(const char *path, const char *section, const char *key,
   std::string_view piece;
   while (reader.next(piece) == PieceReader::Result::Piece) {
     std::string_view text = pieceText(piece);
-    if (startsWith(text, ';')) {
+    if (str::startsWith(text, ";")) {
       continue;
     }
     // An inline comment may follow anything, a header's name or a value.
     text = text.substr(0, text.find(';', 1));
-    if (startsWith(text, '[')) {
+    if (str::startsWith(text, "[")) {
       std::string_view name;
       if (!headerName(text, name)) {
         return false;
@@ -334,11 +330,11 @@ bool rewriteIni(int fd, std::string_view section, std::string_view key,
       return false;
     }
     std::string_view text = pieceText(piece);
-    if (startsWith(text, ';')) {
+    if (str::startsWith(text, ";")) {
       out.append(piece);
       continue;
     }
-    if (startsWith(text, '[')) {
+    if (str::startsWith(text, "[")) {
       // The new key closes its section: it goes after any blank or comment
       // lines that end the section, right before the next header. A
       // preceding piece without LF is part of a longer line; the new line

@@ -136,25 +136,40 @@ using ToolsStatusLists =
 ToolsComponentStatus toolsComponentGetStatus(ToolsComponent *c);
 void toolsSetAvrMinFromHost(ToolsComponentTable *table);
 
-// The whole decision, for callers that show it: the monolithic record as
-// judged and the overall component status behind the public code.
-struct ToolsStatusOutcome {
-  ToolsComponent monolithic;
+// Why the overall status is what it is.
+enum class ToolsStatusReason {
+  None,                   // everything current: nothing to explain
+  Holders,                // the components (and perhaps the monolithic
+                          // version) that have the overall status
+  MonolithicWithMissing,  // the monolithic version's status, with
+                          // components missing from the guest
+};
+
+// The whole decision: what to report and why.
+struct ToolsStatusDecision {
+  ToolsComponent monolithic;  // as judged
+  ToolsStatusLists lists;     // names point into the table's keys
   ToolsComponentStatus overall = TOOLS_COMPONENT_CURRENT;
-  ToolsVersionStatus status = TOOLS_STATUS_CURRENT;
+  ToolsStatusReason reason = ToolsStatusReason::None;
+  bool monolithicCounts = false;  // Holders: led by the monolithic version
+  ToolsVersionStatus status() const { return toolsStatusResult[overall]; }
 };
 
 // Judges every record once all three manifests are in the table; removes
-// and frees the "monolithic" and "legacy" records. Returns 1 to 6.
+// and frees the "monolithic" and "legacy" records.
+ToolsStatusDecision toolsStatusDecide(ToolsComponentTable *table);
+// The log lines of a decision: the component table and the lists when
+// `flags` ask for them, then the reason.
+void toolsStatusLog(const ToolsComponentTable &table,
+                    const ToolsStatusDecision &decision,
+                    const ToolsDebugFlags *flags);
+// Decides, logs and returns the public code (1 to 6).
 ToolsVersionStatus toolsStatusEvaluate(ToolsComponentTable *table,
                                        const ToolsDebugFlags *flags);
-// Like toolsStatusEvaluate, filling `outcome`.
-ToolsVersionStatus toolsStatusEvaluateOutcome(ToolsComponentTable *table,
-                                              const ToolsDebugFlags *flags,
-                                              ToolsStatusOutcome *outcome);
 
-bool toolsStatusLogReason(const ToolsStatusLists &lists, uint32_t monoStatus,
-                          uint32_t status);
-void toolsComponentLogRow(const char *name, const ToolsComponent *c);
+// One row of the component table, newline-terminated: the record `c`, or
+// the column titles when it is null. `forLog` gives the log's layout.
+std::string toolsComponentRow(const char *name, const ToolsComponent *c,
+                              bool forLog);
 
 }  // namespace gp::tools

@@ -59,12 +59,12 @@ std::string joinEnglish(const std::vector<const std::string *> &names) {
 
 void logComponentTable(const ToolsComponentTable &table,
                        const ToolsComponent &mono) {
-  logf("ToolsVersion: %-24s: %-11.11s %-16s %c %-16s %-16s %-16s %s\n",
-       "Component", "Status", "Guest", 'I', "Host", "AVR Min", "AVR Max",
-       "AVR Illegal");
-  toolsComponentLogRow("monolithic", &mono);
+  logf("ToolsVersion: %s",
+       toolsComponentRow("Component", nullptr, true).c_str());
+  logf("ToolsVersion: %s",
+       toolsComponentRow("monolithic", &mono, true).c_str());
   table.forEach([](const std::string &name, const ToolsComponent &c) {
-    toolsComponentLogRow(name.c_str(), &c);
+    logf("ToolsVersion: %s", toolsComponentRow(name.c_str(), &c, true).c_str());
   });
 }
 
@@ -77,16 +77,11 @@ void logResultLists(const ToolsStatusLists &lists) {
   }
 }
 
-// When components are missing from the guest, a supported monolithic
-// status stands for the whole package.
-bool logMonolithicWithMissing(const ToolsStatusLists &lists,
-                              uint32_t monoStatus) {
-  const auto &missing = lists[TOOLS_COMPONENT_MISSING];
-  if (missing.empty() || (monoStatus != TOOLS_COMPONENT_SUPPORTED_OLD &&
-                          monoStatus != TOOLS_COMPONENT_SUPPORTED_NEW)) {
-    return false;
-  }
-  const char *name = toolsStatusNames[monoStatus];
+// The status stands for the monolithic version and the components missing
+// from the guest.
+void logMonolithicWithMissing(const ToolsStatusDecision &d) {
+  const auto &missing = d.lists[TOOLS_COMPONENT_MISSING];
+  const char *name = toolsStatusNames[d.overall];
   if (missing.size() == 1) {
     logf(
         "ToolsVersion: Status is %s because this is status of monolithic "
@@ -104,7 +99,33 @@ bool logMonolithicWithMissing(const ToolsStatusLists &lists,
         "guest.\n",
         name, missing[0]->c_str(), missing.size() - 1);
   }
-  return true;
+}
+
+// The status stands for the components that have it, led by the
+// monolithic version when that has it too.
+void logStatusHolders(const ToolsStatusDecision &d) {
+  const auto &holders = d.lists[d.overall];
+  size_t n = holders.size();
+  const char *subject = "monolithic version";
+  size_t next = 0;
+  if (!d.monolithicCounts) {
+    subject = holders[0]->c_str();
+    next = 1;
+    --n;
+  }
+  const char *name = toolsStatusNames[d.overall];
+  if (n == 0) {
+    logf("ToolsVersion: Status is %s because this is status of %s.\n", name,
+         subject);
+  } else if (n == 1) {
+    logf("ToolsVersion: Status is %s because this is status of %s and %s.\n",
+         name, subject, holders[next]->c_str());
+  } else {
+    logf(
+        "ToolsVersion: Status is %s because this is status of %s and %zu "
+        "more components.\n",
+        name, subject, n - 1);
+  }
 }
 
 // The record that stands for the tools package as a whole: "monolithic",
@@ -170,100 +191,101 @@ void toolsSetAvrMinFromHost(ToolsComponentTable *table) {
       [](const std::string &, ToolsComponent &c) { c.avrMin = c.host; });
 }
 
-bool toolsStatusLogReason(const ToolsStatusLists &lists, uint32_t monoStatus,
-                          uint32_t status) {
-  size_t n = lists[status].size();
-  bool isMono = monoStatus == status;
-  if (!isMono && n == 0) {
-    return false;
-  }
-  const char *subject = "monolithic version";
-  size_t next = 0;
-  if (!isMono) {
-    subject = lists[status][0]->c_str();
-    next = 1;
-    --n;
-  }
-  const char *name = toolsStatusNames[status];
-  if (n == 0) {
-    logf("ToolsVersion: Status is %s because this is status of %s.\n", name,
-         subject);
-  } else if (n == 1) {
-    logf("ToolsVersion: Status is %s because this is status of %s and %s.\n",
-         name, subject, lists[status][next]->c_str());
-  } else {
-    logf(
-        "ToolsVersion: Status is %s because this is status of %s and %zu "
-        "more components.\n",
-        name, subject, n - 1);
-  }
-  return true;
-}
-
-void toolsComponentLogRow(const char *name, const ToolsComponent *c) {
-  std::string illegal;
-  for (const ToolsVersionValue &v : c->illegal) {
-    if (!illegal.empty()) {
-      illegal += ", ";
+std::string toolsComponentRow(const char *name, const ToolsComponent *c,
+                              bool forLog) {
+  std::string status = "Status", guest = "Guest", host = "Host",
+              avrMin = "AVR Min", avrMax = "AVR Max", illegal = "AVR Illegal";
+  char installed = 'I';
+  if (c != nullptr) {
+    status = c->status < kToolsComponentStatusCount
+                 ? toolsStatusNames[c->status]
+                 : "";
+    guest = toolsVersionFormat(&c->guest, FALSE);
+    host = toolsVersionFormat(&c->host, FALSE);
+    avrMin = toolsVersionFormat(&c->avrMin, FALSE);
+    avrMax = toolsVersionFormat(&c->avrMax, FALSE);
+    installed = c->installed ? 'Y' : 'N';
+    illegal.clear();
+    for (const ToolsVersionValue &v : c->illegal) {
+      illegal += (illegal.empty() ? "" : ", ") + toolsVersionFormat(&v, TRUE);
     }
-    illegal += toolsVersionFormat(&v, TRUE);
   }
-  const char *status =
-      c->status < kToolsComponentStatusCount ? toolsStatusNames[c->status] : "";
-  logf("ToolsVersion: %-24s: %-11.11s %-16s %c %-16s %-16s %-16s %s\n", name,
-       status, toolsVersionFormat(&c->guest, FALSE).c_str(),
-       c->installed ? 'Y' : 'N', toolsVersionFormat(&c->host, FALSE).c_str(),
-       toolsVersionFormat(&c->avrMin, FALSE).c_str(),
-       toolsVersionFormat(&c->avrMax, FALSE).c_str(), illegal.c_str());
+  // The log cuts the status to 11 characters after a colon; the command
+  // line shows it whole.
+  auto print = [&](char *out, size_t room) {
+    return std::snprintf(out, room,
+                         "%-24s%s %-*.*s %-16s %c %-16s %-16s %-16s %s\n", name,
+                         forLog ? ":" : "", forLog ? 11 : 23,
+                         forLog ? 11 : static_cast<int>(status.size()),
+                         status.c_str(), guest.c_str(), installed, host.c_str(),
+                         avrMin.c_str(), avrMax.c_str(), illegal.c_str());
+  };
+  std::string row(static_cast<size_t>(print(nullptr, 0)), '\0');
+  print(row.data(), row.size() + 1);
+  return row;
 }
 
-ToolsVersionStatus toolsStatusEvaluateOutcome(ToolsComponentTable *table,
-                                              const ToolsDebugFlags *flags,
-                                              ToolsStatusOutcome *outcome) {
+ToolsStatusDecision toolsStatusDecide(ToolsComponentTable *table) {
+  ToolsStatusDecision d;
   ToolsComponentPtr mono = takeMonolithic(table);
-  ToolsStatusLists lists;
-  table->forEach([&lists](const std::string &name, ToolsComponent &c) {
-    lists[toolsComponentGetStatus(&c)].push_back(&name);
+  table->forEach([&d](const std::string &name, ToolsComponent &c) {
+    d.lists[toolsComponentGetStatus(&c)].push_back(&name);
   });
   uint32_t monoStatus = toolsComponentGetStatus(mono.get());
+  d.monolithic = std::move(*mono);
+  toolsComponentFree(std::move(mono));
+
+  d.reason = ToolsStatusReason::Holders;
+  for (ToolsComponentStatus worst :
+       {TOOLS_COMPONENT_BLACKLISTED, TOOLS_COMPONENT_TOO_OLD,
+        TOOLS_COMPONENT_TOO_NEW}) {
+    if (monoStatus == worst || !d.lists[worst].empty()) {
+      d.overall = worst;
+      d.monolithicCounts = monoStatus == worst;
+      return d;
+    }
+  }
+  if (!d.lists[TOOLS_COMPONENT_MISSING].empty() &&
+      (monoStatus == TOOLS_COMPONENT_SUPPORTED_OLD ||
+       monoStatus == TOOLS_COMPONENT_SUPPORTED_NEW)) {
+    d.overall = static_cast<ToolsComponentStatus>(monoStatus);
+    d.reason = ToolsStatusReason::MonolithicWithMissing;
+    return d;
+  }
+  // Here the monolithic version does not count: only components do.
+  for (ToolsComponentStatus supported :
+       {TOOLS_COMPONENT_SUPPORTED_OLD, TOOLS_COMPONENT_SUPPORTED_NEW}) {
+    if (!d.lists[supported].empty()) {
+      d.overall = supported;
+      return d;
+    }
+  }
+  d.overall = TOOLS_COMPONENT_CURRENT;
+  d.reason = ToolsStatusReason::None;
+  return d;
+}
+
+void toolsStatusLog(const ToolsComponentTable &table,
+                    const ToolsStatusDecision &decision,
+                    const ToolsDebugFlags *flags) {
   if (flags != nullptr && flags->componentsLog) {
-    logComponentTable(*table, *mono);
+    logComponentTable(table, decision.monolithic);
   }
   if (flags != nullptr && flags->resultLog) {
-    logResultLists(lists);
+    logResultLists(decision.lists);
   }
-
-  ToolsComponentStatus overall;
-  if (toolsStatusLogReason(lists, monoStatus, TOOLS_COMPONENT_BLACKLISTED)) {
-    overall = TOOLS_COMPONENT_BLACKLISTED;
-  } else if (toolsStatusLogReason(lists, monoStatus, TOOLS_COMPONENT_TOO_OLD)) {
-    overall = TOOLS_COMPONENT_TOO_OLD;
-  } else if (toolsStatusLogReason(lists, monoStatus, TOOLS_COMPONENT_TOO_NEW)) {
-    overall = TOOLS_COMPONENT_TOO_NEW;
-  } else if (logMonolithicWithMissing(lists, monoStatus)) {
-    overall = static_cast<ToolsComponentStatus>(monoStatus);
-  } else if (toolsStatusLogReason(lists, TOOLS_COMPONENT_NOT_INSTALLED,
-                                  TOOLS_COMPONENT_SUPPORTED_OLD)) {
-    overall = TOOLS_COMPONENT_SUPPORTED_OLD;
-  } else if (toolsStatusLogReason(lists, TOOLS_COMPONENT_NOT_INSTALLED,
-                                  TOOLS_COMPONENT_SUPPORTED_NEW)) {
-    overall = TOOLS_COMPONENT_SUPPORTED_NEW;
-  } else {
-    overall = TOOLS_COMPONENT_CURRENT;
+  if (decision.reason == ToolsStatusReason::Holders) {
+    logStatusHolders(decision);
+  } else if (decision.reason == ToolsStatusReason::MonolithicWithMissing) {
+    logMonolithicWithMissing(decision);
   }
-  ToolsVersionStatus result = toolsStatusResult[overall];
-  if (outcome != nullptr) {
-    outcome->monolithic = std::move(*mono);
-    outcome->overall = overall;
-    outcome->status = result;
-  }
-  toolsComponentFree(std::move(mono));
-  return result;
 }
 
 ToolsVersionStatus toolsStatusEvaluate(ToolsComponentTable *table,
                                        const ToolsDebugFlags *flags) {
-  return toolsStatusEvaluateOutcome(table, flags, nullptr);
+  ToolsStatusDecision decision = toolsStatusDecide(table);
+  toolsStatusLog(*table, decision, flags);
+  return decision.status();
 }
 
 }  // namespace gp::tools
