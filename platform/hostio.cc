@@ -18,10 +18,10 @@ int realSystem(const char *command) { return std::system(command); }
 time_t realTime(time_t *out) { return ::time(out); }
 
 const HostOps kReal = {
-    realOpen, ::close,  ::read,      ::pread,  ::write,   ::pwrite,
-    realFstat, realStat, ::fsync,    ::ftruncate, ::rename, ::unlink,
-    ::mkdir,  ::rmdir,  ::mkstemp,   ::fchmod, realTime,  realSrand,
-    realRand, realSystem,
+    realOpen, ::close,   ::read,    ::pread,  ::write,
+    ::pwrite, realFstat, realStat,  ::fsync,  ::ftruncate,
+    ::rename, ::unlink,  ::mkdir,   ::rmdir,  ::mkstemp,
+    ::fchmod, realTime,  realSrand, realRand, realSystem,
 };
 
 }  // namespace
@@ -141,7 +141,10 @@ bool readWholeFile(const char *path, std::string &out, size_t maxSize) {
 }
 
 bool replaceFileAtomically(const std::string &path, std::string_view data,
-                           mode_t newMode) {
+                           mode_t newMode, ReplaceFailure *failure) {
+  ReplaceFailure ignored;
+  ReplaceFailure &stage = failure != nullptr ? *failure : ignored;
+  stage = ReplaceFailure::kCreate;
   // Resolve a symbolic link so the link stays a link and its target is
   // rewritten.
   std::string target = path;
@@ -164,6 +167,7 @@ bool replaceFileAtomically(const std::string &path, std::string_view data,
     return false;
   }
   const char *tmpPath = tmpl.data();
+  stage = ReplaceFailure::kWrite;
   bool ok = writeFull(fd.get(), data.data(), data.size()) &&
             hostOps().fchmod(fd.get(), mode) == 0 &&
             hostOps().fsync(fd.get()) == 0;
@@ -175,12 +179,32 @@ bool replaceFileAtomically(const std::string &path, std::string_view data,
     if (dirFd.valid()) {
       hostOps().fsync(dirFd.get());
     }
+    stage = ReplaceFailure::kNone;
     return true;
   }
   int saved = errno;
   hostOps().unlink(tmpPath);
   errno = saved;
   return false;
+}
+
+std::string userTempDirectory() {
+  const char *base = std::getenv("TMPDIR");
+  if (base == nullptr || base[0] != '/') {
+    base = "/tmp";
+  }
+  uid_t uid = ::getuid();
+  std::string dir = joinPath(base, "guestprep-" + std::to_string(uid));
+  if (hostOps().mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+    return std::string();
+  }
+  // lstat: a link planted by another user must not redirect our files.
+  struct stat st;
+  if (::lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) ||
+      st.st_uid != uid || (st.st_mode & 077) != 0) {
+    return std::string();
+  }
+  return dir;
 }
 
 bool makeDirectories(const std::string &path, mode_t mode) {

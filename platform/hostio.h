@@ -109,9 +109,19 @@ bool readWholeFile(const char *path, std::string &out,
 // Writes `data` to `path` atomically: a temporary file in the same
 // directory, flushed and renamed over the target. The target keeps its
 // permission bits when it exists (newMode otherwise). On failure the target
-// is untouched and the temporary file removed.
+// is untouched and the temporary file removed, and `failure` (when given)
+// says whether the temporary file could not be created or not be written,
+// flushed and renamed; errno holds the reason.
+enum class ReplaceFailure { kNone, kCreate, kWrite };
 bool replaceFileAtomically(const std::string &path, std::string_view data,
-                           mode_t newMode = 0644);
+                           mode_t newMode = 0644,
+                           ReplaceFailure *failure = nullptr);
+
+// The calling user's own temporary directory: "guestprep-<uid>" in
+// $TMPDIR (or /tmp), created with mode 0700 when missing. Empty when it
+// cannot be made or is not a directory of this user that only this user
+// may enter.
+std::string userTempDirectory();
 
 // Creates a directory and its missing parents; true if it exists afterwards.
 bool makeDirectories(const std::string &path, mode_t mode = 0755);
