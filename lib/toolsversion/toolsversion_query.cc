@@ -1,6 +1,7 @@
 // The status query of one machine: finds the guest manifest, gathers the
 // host manifest and AVR file of the machine's tools image, judges them,
 // and falls back on the legacy version number of the machine's disks.
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 
@@ -28,13 +29,20 @@ bool fileExists(const std::string &path) {
 }
 
 // Copies a cached manifest onto the host copy. Only regular files of a
-// manifest's size are copied; a FIFO is never opened.
+// manifest's size are copied; a FIFO is never opened. The copy is removed
+// at the end of the query, so it is not flushed to disk; O_NOFOLLOW keeps
+// a link planted under its name from redirecting the write.
 bool copyManifest(const std::string &from, const std::string &to) {
   struct stat st;
   std::string text;
-  return hostOps().stat(from.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
-         readWholeFile(from.c_str(), text, ConfigDict::kMaxFileSize) &&
-         replaceFileAtomically(to, text, 0600);
+  if (hostOps().stat(from.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      !readWholeFile(from.c_str(), text, ConfigDict::kMaxFileSize)) {
+    return false;
+  }
+  UniqueFd out = openFile(
+      to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+  return out.valid() && writeFull(out.get(), text.data(), text.size()) &&
+         out.reset() == 0;
 }
 
 // The name of the host manifest copy of one query; empty (logged) when it
