@@ -318,30 +318,25 @@ TEST(ToolsMachine, StatusFromTheExtendedConfiguration) {
 
 // The extended configuration file: reading, rewriting, refusing.
 struct XmlFile : Machine {
-  std::vector<ToolsUpdateInfo> updateInfo() {
+  // "name guest repo status" per record, "-" for an absent version; "" when
+  // the call fails.
+  std::string updateInfo() {
     ToolsUpdateInfo *info = nullptr;
     int count = -1;
     if (!ToolsVersion_GetUpdateInfo(config.c_str(), &info, &count)) {
-      return {};
+      return "";
     }
-    std::vector<ToolsUpdateInfo> out(info, info + count);
-    for (auto &r : out) {
-      r.name = strdup(r.name);
-      r.guestVersion = r.guestVersion ? strdup(r.guestVersion) : nullptr;
-      r.repoVersion = r.repoVersion ? strdup(r.repoVersion) : nullptr;
+    std::string out;
+    for (int i = 0; i < count; ++i) {
+      const ToolsUpdateInfo &r = info[i];
+      out += std::string(r.name) + " " +
+             (r.guestVersion ? r.guestVersion : "-") + " " +
+             (r.repoVersion ? r.repoVersion : "-") + " " +
+             std::to_string(r.status) + "\n";
     }
     ToolsVersion_FreeUpdateInfo(info, count);
-    owned.push_back(out);
     return out;
   }
-  ~XmlFile() {
-    for (auto &v : owned) {
-      for (auto &r : v) {
-        free(r.name), free(r.guestVersion), free(r.repoVersion);
-      }
-    }
-  }
-  std::vector<std::vector<ToolsUpdateInfo>> owned;
 };
 
 TEST(ToolsXml, UpdateAndInstallInfoAreReadBack) {
@@ -353,15 +348,8 @@ TEST(ToolsXml, UpdateAndInstallInfoAreReadBack) {
             "<tools-install-info><installError>7</installError>"
             "<installError> -3</installError><updateCounter>4</updateCounter>"
             "</tools-install-info></config>");
-  std::vector<ToolsUpdateInfo> info = f.updateInfo();
-  ASSERT_EQ(3u, info.size());
-  EXPECT_STREQ("monolithic", info[0].name);
-  EXPECT_STREQ("8.3", info[0].guestVersion);
-  EXPECT_STREQ("8.4", info[0].repoVersion);
-  EXPECT_EQ(2, info[0].status);
-  EXPECT_EQ(nullptr, info[1].guestVersion);
-  EXPECT_EQ(9, info[1].status);
-  EXPECT_EQ(9, info[2].status);
+  EXPECT_EQ("monolithic 8.3 8.4 2\nvmhgfs - - 9\nvmxnet - - 9\n",
+            f.updateInfo());
   int error = 1, counter = 1;
   EXPECT_TRUE(ToolsVersion_GetInstallInfo(f.config.c_str(), &error, &counter));
   EXPECT_EQ(-3, error);
@@ -372,7 +360,7 @@ TEST(ToolsXml, UpdateAndInstallInfoAreReadBack) {
   writeFile(f.xml,
             "<config><update-agent-info><tools/></update-agent-info>"
             "</config>");
-  EXPECT_TRUE(f.updateInfo().empty());
+  EXPECT_TRUE(f.updateInfo() == "");
   EXPECT_TRUE(ToolsVersion_GetInstallInfo(f.config.c_str(), &error, &counter));
   EXPECT_EQ(0, error + counter);
   EXPECT_EQ(Lines{"Failed to find update agent tools info in extended config "
@@ -510,10 +498,9 @@ TEST(ToolsXml, HostileFilesAreRefusedQuicklyAndNeverExpanded) {
     ToolsVersion_GetInstallInfo(f.config.c_str(), &error, nullptr);
     EXPECT_EQ(0, error);
     auto start = std::chrono::steady_clock::now();
-    for (const ToolsUpdateInfo &r : f.updateInfo()) {
-      EXPECT_LT(strlen(r.guestVersion), 100u);
-      EXPECT_EQ(nullptr, strstr(r.guestVersion, "SECRET"));
-    }
+    std::string info = f.updateInfo();
+    EXPECT_LT(info.size(), 100u);
+    EXPECT_EQ(std::string::npos, info.find("SECRET"));
     EXPECT_TRUE(ToolsVersion_SaveXmlInfo(f.config.c_str(), nullptr,
                                          "x.version = 1\n", 0, 0) ||
                 !log.lines().empty());
@@ -524,13 +511,13 @@ TEST(ToolsXml, HostileFilesAreRefusedQuicklyAndNeverExpanded) {
   }
   log.clear();
   writeFile(f.xml, std::string(50u << 20, ' '));
-  EXPECT_TRUE(f.updateInfo().empty());
+  EXPECT_TRUE(f.updateInfo() == "");
   writeFile(f.xml, "<config");
-  EXPECT_TRUE(f.updateInfo().empty());
+  EXPECT_TRUE(f.updateInfo() == "");
   fs::remove(f.xml);
-  EXPECT_TRUE(f.updateInfo().empty());
+  EXPECT_TRUE(f.updateInfo() == "");
   writeFile(f.config, "guestOS = ubuntu\n");
-  EXPECT_TRUE(f.updateInfo().empty());
+  EXPECT_TRUE(f.updateInfo() == "");
   EXPECT_EQ(
       (Lines{"Error getting size of extended config file.\n",
              "Failed to get xml buffer from extended config file.\n",
