@@ -510,6 +510,14 @@ TEST(ToolsXml, HostileFilesAreRefusedQuicklyAndNeverExpanded) {
               std::chrono::seconds(2));
   }
   log.clear();
+  writeFile(f.xml, "<config/>");
+  std::string big = "<r>" + std::string(kMaxExtendedConfigSize, ' ') + "</r>";
+  EXPECT_FALSE(
+      ToolsVersion_SaveXmlInfo(f.config.c_str(), big.c_str(), nullptr, 0, 0));
+  big = "a.version = \"" + std::string(kMaxExtendedConfigSize, 'x') + "\"";
+  EXPECT_FALSE(
+      ToolsVersion_SaveXmlInfo(f.config.c_str(), nullptr, big.c_str(), 0, 0));
+  EXPECT_EQ("<config/>", readFile(f.xml));
   writeFile(f.xml, std::string(50u << 20, ' '));
   EXPECT_TRUE(f.updateInfo() == "");
   writeFile(f.xml, "<config");
@@ -519,7 +527,9 @@ TEST(ToolsXml, HostileFilesAreRefusedQuicklyAndNeverExpanded) {
   writeFile(f.config, "guestOS = ubuntu\n");
   EXPECT_TRUE(f.updateInfo() == "");
   EXPECT_EQ(
-      (Lines{"Error getting size of extended config file.\n",
+      (Lines{"Error parsing xml from update agent.\n",
+             "Error dumping xml doc to the output buffer.\n",
+             "Error getting size of extended config file.\n",
              "Failed to get xml buffer from extended config file.\n",
              "Error parsing xml from extended config file.\n",
              "Error opening extended config file for reading: errcode 2.\n",

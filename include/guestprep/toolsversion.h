@@ -39,7 +39,9 @@ typedef enum ToolsVersionStatus {
  * disk descriptors that hold the legacy "toolsVersion") are read.
  *
  * Every call logs its failures through the library's log and closes every
- * file it opened before it returns.
+ * file it opened before it returns. The extended configuration file and an
+ * update agent report must stay below 1 MiB; the XML is parsed without
+ * network access, DTD loading or entity expansion.
  */
 
 /* One component of the update agent's report. */

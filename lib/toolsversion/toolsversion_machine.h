@@ -16,9 +16,10 @@
 
 namespace gp::tools {
 
-// Extended configuration files larger than this are refused: the file
-// holds a few records, and a document is parsed whole in memory.
-inline constexpr uint32_t kMaxExtendedConfigSize = 16u << 20;
+// Extended configuration files and update agent reports of this size or
+// more are refused, and a rewrite never makes a file that large: the file
+// holds a few records, and a document in memory takes many times its text.
+inline constexpr uint32_t kMaxExtendedConfigSize = 1u << 20;
 
 struct XmlDocFree {
   void operator()(xmlDoc *doc) const { xmlFreeDoc(doc); }

@@ -199,7 +199,10 @@ bool saveAgentReport(xmlNode *root, const char *agentXml, xmlNode **agent,
     *manifest = nullptr;
     return true;
   }
-  XmlDocPtr report = toolsXmlParse(agentXml, std::strlen(agentXml));
+  size_t length = std::strlen(agentXml);
+  XmlDocPtr report = length < kMaxExtendedConfigSize
+                         ? toolsXmlParse(agentXml, length)
+                         : nullptr;
   if (!report) {
     logf("Error parsing xml from update agent.\n");
     return false;
@@ -264,7 +267,8 @@ bool writeDocument(const ToolsExtendedConfig &config) {
   int size = 0;
   xmlDocDumpMemory(config.doc.get(), &dump, &size);
   MallocPtr<xmlChar> owner(dump);  // libxml2 allocates with malloc here
-  if (dump == nullptr || size <= 0) {
+  if (dump == nullptr || size <= 0 ||
+      static_cast<uint32_t>(size) >= kMaxExtendedConfigSize) {
     logf("Error dumping xml doc to the output buffer.\n");
     return false;
   }
