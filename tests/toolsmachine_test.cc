@@ -214,6 +214,12 @@ TEST(ToolsMachine, ImageOfEachFamily) {
   EXPECT_EQ("/opt/tv/lib/isoimages/linux.iso", paths.isoPath);
   EXPECT_EQ("/opt/tv/lib/isoimages/linux_avr_manifest.txt", avr);
   EXPECT_EQ("", cache);
+  ToolsVersion_SetHostManifestCacheDir("/var/cache/tv");
+  toolsGetManifestPaths(paths.isoDir, paths.isoBase, &avr, &cache);
+  EXPECT_EQ("/var/cache/tv/linux_manifest.txt", cache);
+  ToolsVersion_SetHostManifestCacheDir("");  // never the root directory
+  toolsGetManifestPaths(paths.isoDir, paths.isoBase, &avr, &cache);
+  EXPECT_EQ("", cache);
 }
 
 TEST(ToolsMachine, CacheIsFilledReusedAndRefreshed) {

@@ -102,9 +102,12 @@ using namespace gp::tools;
 
 GP_EXPORT void ToolsVersion_SetHostManifestCacheDir(const char *cacheDir) {
   gp::abiGuardVoid([&] {
+    // An empty name would put the cache files at the file system's root.
+    std::string *fresh = cacheDir != nullptr && *cacheDir != '\0'
+                             ? new std::string(cacheDir)
+                             : nullptr;
     delete hostManifestCacheDir;
-    hostManifestCacheDir =
-        cacheDir != nullptr ? new std::string(cacheDir) : nullptr;
+    hostManifestCacheDir = fresh;
   });
 }
 
