@@ -3,8 +3,10 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "lib/toolsversion/toolsversion_machine.h"
@@ -46,6 +48,10 @@ std::string elementText(const xmlNode *element) {
   }
   return text;
 }
+
+struct XmlFree {
+  void operator()(xmlChar *p) const { xmlFree(p); }
+};
 
 void removeNode(xmlNode *node) {
   if (node != nullptr) {
@@ -266,23 +272,24 @@ bool writeDocument(const ToolsExtendedConfig &config) {
   xmlChar *dump = nullptr;
   int size = 0;
   xmlDocDumpMemory(config.doc.get(), &dump, &size);
-  MallocPtr<xmlChar> owner(dump);  // libxml2 allocates with malloc here
+  std::unique_ptr<xmlChar, XmlFree> owner(dump);
   if (dump == nullptr || size <= 0 ||
       static_cast<uint32_t>(size) >= kMaxExtendedConfigSize) {
     logf("Error dumping xml doc to the output buffer.\n");
     return false;
   }
+  // A crash or a full disk leaves the old file or the whole new one.
   ReplaceFailure failure;
   if (!replaceFileAtomically(
           config.path,
-          std::string_view(reinterpret_cast<const char *>(dump), size), 0644,
-          &failure)) {
-    int err = errno;
+          std::string_view(reinterpret_cast<const char *>(dump),
+                           static_cast<size_t>(size)),
+          0644, &failure)) {
     if (failure == ReplaceFailure::kCreate) {
       logf("Error opening extended config file for writing: errcode %d.\n",
-           err);
+           errno);
     } else {
-      logf("Error writing to extended config file: errcode %d.\n", err);
+      logf("Error writing to extended config file: errcode %d.\n", errno);
     }
     logf("Failed to save xml buffer in extended config file.\n");
     return false;

@@ -54,16 +54,15 @@ std::optional<std::string> toolsGetExtendedConfigPath(const char *configPath) {
 }
 
 bool toolsReadWholeFile(const char *path, std::string *buffer) {
-  // O_NONBLOCK: a FIFO planted under the file's name must not hang us.
-  UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  // A FIFO or device planted under the file's name fails at once.
+  struct stat st;
+  UniqueFd fd = openUntrustedFile(path, O_RDONLY | O_CLOEXEC, 0, &st);
   if (!fd.valid()) {
     logf("Error opening extended config file for reading: errcode %d.\n",
          errno);
     return false;
   }
-  struct stat st;
-  if (hostOps().fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
-      st.st_size < 0 || st.st_size >= kMaxExtendedConfigSize) {
+  if (st.st_size < 0 || st.st_size >= kMaxExtendedConfigSize) {
     logf("Error getting size of extended config file.\n");
     return false;
   }
