@@ -99,6 +99,16 @@ TEST(ToolsMachine, EveryPublicStatusFromTheManifests) {
                                                (m.dir / "guest.txt").c_str(),
                                                nullptr, kReadDisks));
   }
+  // A corrupted AVR file: the host's own versions are the lowest supported.
+  writeFile(m.images + "/linux_avr_manifest.txt", "broken \"\n");
+  gp::LogCapture log;
+  EXPECT_EQ(TOOLS_STATUS_TOO_OLD, m.status("monolithic.version = 8.1\n"));
+  ASSERT_EQ(3u, log.lines().size());
+  EXPECT_EQ(0u, log.lines()[0].find(
+                    "ToolsVersion: Error loading dictionary from host "
+                    "manifest: "));
+  EXPECT_EQ("ToolsVersion: AVR file corrupted, ignoring AVR values\n",
+            log.lines()[1]);
   m.expectNoCopies();
 }
 
