@@ -245,11 +245,44 @@ bool FileReplacement::commit() {
 }
 
 bool replaceFileAtomically(const std::string &path, std::string_view data,
-                           mode_t newMode) {
-  FileReplacement replacement;
-  return replacement.begin(path, newMode) &&
-         writeFull(replacement.fd(), data.data(), data.size()) &&
-         replacement.commit();
+                           mode_t newMode, ReplaceFailure *failure) {
+  ReplaceFailure stage = ReplaceFailure::kCreate;
+  int err = 0;
+  {
+    FileReplacement replacement;
+    if (replacement.begin(path, newMode)) {
+      stage = ReplaceFailure::kWrite;
+      if (writeFull(replacement.fd(), data.data(), data.size()) &&
+          replacement.commit()) {
+        stage = ReplaceFailure::kNone;
+      }
+    }
+    err = errno;
+  }  // dropping an uncommitted replacement removes its temporary file
+  if (failure != nullptr) {
+    *failure = stage;
+  }
+  errno = err;
+  return stage == ReplaceFailure::kNone;
+}
+
+std::string userTempDirectory() {
+  const char *base = std::getenv("TMPDIR");
+  if (base == nullptr || base[0] != '/') {
+    base = "/tmp";
+  }
+  uid_t uid = ::getuid();
+  std::string dir = joinPath(base, "guestprep-" + std::to_string(uid));
+  if (hostOps().mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+    return std::string();
+  }
+  // lstat: a link planted by another user must not redirect our files.
+  struct stat st;
+  if (::lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) ||
+      st.st_uid != uid || (st.st_mode & 077) != 0) {
+    return std::string();
+  }
+  return dir;
 }
 
 bool makeDirectories(const std::string &path, mode_t mode) {

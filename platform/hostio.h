@@ -158,9 +158,20 @@ class FileReplacement {
   gid_t group_ = 0;
 };
 
-// Writes `data` to `path` atomically through a FileReplacement.
+// Writes `data` to `path` atomically through a FileReplacement. On failure
+// `failure`, when given, says whether the temporary file could not be
+// created or the new content not be written and put in place; errno holds
+// the reason.
+enum class ReplaceFailure { kNone, kCreate, kWrite };
 bool replaceFileAtomically(const std::string &path, std::string_view data,
-                           mode_t newMode = 0644);
+                           mode_t newMode = 0644,
+                           ReplaceFailure *failure = nullptr);
+
+// The calling user's own temporary directory: "guestprep-<uid>" in
+// $TMPDIR (or /tmp), created with mode 0700 when missing. Empty when it
+// cannot be made or is not a directory of this user that only this user
+// may enter.
+std::string userTempDirectory();
 
 // Creates a directory and its missing parents; true if it exists afterwards.
 bool makeDirectories(const std::string &path, mode_t mode = 0755);
