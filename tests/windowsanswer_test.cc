@@ -434,4 +434,45 @@ TEST_F(WindowsAnswer, TemplateWithoutFirstLogonCommandStops) {
                "NOT_REACHED lib/guestInstall/autoinstallGuestWindows:[0-9]+");
 }
 
+TEST(PrepareWindowsCommand, WritesTheFilesForAnImage) {
+  gp::test::FileTree tree = {
+      {"sources/product.ini", "[Product]\r\nType=Client\r\n"},
+      {"sources/idwbinfo.txt",
+       "[BUILDINFO]\r\nBuildArch=amd64\r\nBuildBranch=win7_rtm\r\n"},
+      {"sources/lang.ini",
+       "[Available UI Languages]\r\nfr-FR = 3\r\n\r\n"
+       "[Fallback Languages]\r\nen-US = en-us\r\n"},
+      {"sources/install_Windows 7 PROFESSIONAL.clg", "c"},
+  };
+  std::string iso =
+      gp::test::isoFromTree(tree, gp::test::IsoFlavor::JolietRockRidge);
+  TempDir out;
+  std::string cmd =
+      "TZ=Asia/Tokyo GUESTPREP_TEMPLATEDIR=" +
+      gp::test::shellQuote(gp::test::sourcePath("data/templates")) + " " +
+      GP_CLI + " prepare-windows " + gp::test::shellQuote(iso) + " --out " +
+      gp::test::shellQuote(out / "answers") +
+      " --user Marie --password 's3cret' --product-key K1";
+  std::string stdoutText;
+  ASSERT_EQ(0, gp::test::runCommand(cmd, &stdoutText)) << stdoutText;
+  EXPECT_TRUE(contains(stdoutText, "guest:    windows7-64\n")) << stdoutText;
+  std::string x = out / "answers/autoun~0.xml";
+  EXPECT_EQ(xpathTexts(x, "//u:MetaData/u:Value"), "Windows 7 PROFESSIONAL");
+  EXPECT_EQ(xpathTexts(x, "//u:UserLocale"), "fr-FR");
+  EXPECT_EQ(xpathTexts(x, shell("/u:TimeZone").c_str()), "Tokyo Standard Time");
+  std::string sif = gp::test::readFile(out / "answers/winnt.sif");
+  EXPECT_TRUE(contains(sif, "TimeZone=235\n"));
+  EXPECT_TRUE(contains(sif, "FullName=\"Marie\"\n"));
+  EXPECT_TRUE(gp::test::fileExists(out / "answers/storePwd.ini"));
+  // A name Windows refuses, and an image that is not Windows.
+  EXPECT_EQ(1, gp::test::runCommand(cmd + " --user 'a/b' 2>/dev/null"));
+  std::string linux = gp::test::isoFromTree(
+      {{".disk/info", "Ubuntu 10.04 \"Lucid\" - Release amd64\n"}},
+      gp::test::IsoFlavor::JolietRockRidge);
+  EXPECT_EQ(1,
+            gp::test::runCommand(std::string(GP_CLI) + " prepare-windows " +
+                                 gp::test::shellQuote(linux) +
+                                 " --out x --user u --password p 2>/dev/null"));
+}
+
 }  // namespace
