@@ -464,6 +464,17 @@ TEST(PrepareWindowsCommand, WritesTheFilesForAnImage) {
   EXPECT_TRUE(contains(sif, "TimeZone=235\n"));
   EXPECT_TRUE(contains(sif, "FullName=\"Marie\"\n"));
   EXPECT_TRUE(gp::test::fileExists(out / "answers/storePwd.ini"));
+  // A TZ naming no zone: no time zone anywhere, the template's stays.
+  std::string nowhere = cmd;
+  nowhere.replace(0, std::string("TZ=Asia/Tokyo").size(), "TZ=Nowhere/Land");
+  ASSERT_EQ(0, gp::test::runCommand(nowhere + " --out " +
+                                    gp::test::shellQuote(out / "nowhere") +
+                                    " >/dev/null"));
+  EXPECT_FALSE(
+      contains(gp::test::readFile(out / "nowhere/winnt.sif"), "TimeZone"));
+  EXPECT_EQ(
+      xpathTexts(out / "nowhere/autoun~0.xml", shell("/u:TimeZone").c_str()),
+      "UTC");
   // A name Windows refuses, and an image that is not Windows.
   EXPECT_EQ(1, gp::test::runCommand(cmd + " --user 'a/b' 2>/dev/null"));
   std::string linux = gp::test::isoFromTree(
