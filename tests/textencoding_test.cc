@@ -1,4 +1,4 @@
-// UTF-8 into the legacy Windows encodings, checked against iconv(1).
+// UTF-8 into the legacy Windows encodings: names and refusals.
 #include "platform/textencoding.h"
 
 #include <gtest/gtest.h>
@@ -6,49 +6,26 @@
 #include <string>
 
 #include "platform/abi.h"
-#include "support/fixtures.h"
 
 namespace gp::textenc {
 namespace {
-
-std::string viaIconvTool(const std::string &utf8, const char *encoding) {
-  test::TempDir dir;
-  test::writeFile(dir / "in", utf8);
-  std::string out;
-  EXPECT_EQ(0, test::runCommand("iconv -f UTF-8 -t " + std::string(encoding) +
-                                    " " + test::shellQuote(dir / "in"),
-                                &out));
-  return out;
-}
 
 std::string convert(const char *utf8, int id) {
   MallocPtr<char> out(convertFromUtf8(utf8, id));
   return out ? std::string(out.get()) : std::string("(null)");
 }
 
-TEST(TextEncoding, EachLanguageEncodingMatchesIconv) {
-  struct {
-    int id;
-    const char *name;
-    const char *text;
-  } const rows[] = {
-      {ENCODING_SHIFT_JIS, "CP932", "山田 太郎 ｶﾀｶﾅ ①"},
-      {ENCODING_WINDOWS_1251, "windows-1251", "Иван Петров №5"},
-      {ENCODING_GBK, "GBK", "张伟"},
-      {ENCODING_BIG5, "CP950", "陳大文"},
-      {ENCODING_KOREAN, "CP949", "김민준"},
-      {ENCODING_WINDOWS_1252, "windows-1252", "Zoë Müller – €5"},
-  };
-  for (const auto &r : rows) {
-    SCOPED_TRACE(r.name);
-    EXPECT_STREQ(encodingName(r.id), r.name);
-    std::string expected = viaIconvTool(r.text, r.name);
-    ASSERT_FALSE(expected.empty());
-    EXPECT_EQ(convert(r.text, r.id), expected);
-    EXPECT_NE(expected, r.text);  // really converted
-  }
+TEST(TextEncoding, Names) {
+  EXPECT_STREQ(encodingName(ENCODING_SHIFT_JIS), "CP932");
+  EXPECT_STREQ(encodingName(ENCODING_WINDOWS_1251), "windows-1251");
+  EXPECT_STREQ(encodingName(ENCODING_GBK), "GBK");
+  EXPECT_STREQ(encodingName(ENCODING_BIG5), "CP950");
+  EXPECT_STREQ(encodingName(ENCODING_KOREAN), "CP949");
+  EXPECT_STREQ(encodingName(ENCODING_WINDOWS_1252), "windows-1252");
 }
 
+// The conversions themselves are checked against iconv(1) through the
+// answer files (windowsanswer_test).
 TEST(TextEncoding, TextWithoutAFormThereIsRefusedWhole) {
   struct {
     int id;

@@ -11,7 +11,6 @@
 #include <set>
 #include <sstream>
 
-#include "platform/abi.h"
 #include "support/fixtures.h"
 
 namespace gp::tz {
@@ -111,20 +110,6 @@ TEST_F(HostZone, WithoutTheLinkTheTimezoneFileAndThenNothing) {
   // A FIFO is not waited on.
   ASSERT_EQ(0, mkfifo(file.c_str(), 0600));
   EXPECT_EQ(hostZoneName(sources(nullptr)), "");
-}
-
-TEST(TimeZone, LocalZoneCanBeFixedForTests) {
-  {
-    ScopedLocalZone fixed(85, "GMT Standard Time");
-    char *name = nullptr;
-    EXPECT_EQ(localWindowsTimeZone(&name), 85);
-    MallocPtr<char> owner(name);
-    EXPECT_STREQ(name, "GMT Standard Time");
-  }
-  ScopedLocalZone unknown(-1, nullptr);
-  char *name = reinterpret_cast<char *>(1);
-  EXPECT_LT(localWindowsTimeZone(&name), 0);
-  EXPECT_EQ(name, nullptr);
 }
 
 }  // namespace
