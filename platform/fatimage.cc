@@ -318,7 +318,7 @@ Error formatVolume(FatHandle disk, const char *path, int create, int writable,
   if (err != FAT_OK) {
     return err;
   }
-  vol->fd = gp::openFile(path, O_RDWR | O_CREAT | O_TRUNC, 0644);
+  vol->fd = gp::openUntrustedFile(path, O_RDWR | O_CREAT | O_TRUNC, 0644);
   if (!vol->fd.valid()) {
     return errnoError();
   }
@@ -342,7 +342,7 @@ Error openVolume(FatHandle disk, const char *path, int writable,
     return FAT_ERR_ARG;
   }
   auto vol = std::make_shared<Volume>();
-  vol->fd = gp::openFile(path, writable ? O_RDWR : O_RDONLY);
+  vol->fd = gp::openUntrustedFile(path, writable ? O_RDWR : O_RDONLY);
   if (!vol->fd.valid()) {
     return errnoError();
   }

@@ -18,10 +18,9 @@ int realSystem(const char *command) { return std::system(command); }
 time_t realTime(time_t *out) { return ::time(out); }
 
 const HostOps kReal = {
-    realOpen, ::close,  ::read,      ::pread,  ::write,   ::pwrite,
-    realFstat, realStat, ::fsync,    ::ftruncate, ::rename, ::unlink,
-    ::mkdir,  ::rmdir,  ::mkstemp,   ::fchmod, realTime,  realSrand,
-    realRand, realSystem,
+    realOpen,  ::close,  ::read,      ::pread,  ::write,   ::pwrite, realFstat,
+    realStat,  ::fsync,  ::ftruncate, ::rename, ::unlink,  ::mkdir,  ::rmdir,
+    ::mkstemp, ::fchmod, ::fchown,    realTime, realSrand, realRand, realSystem,
 };
 
 }  // namespace
@@ -48,6 +47,33 @@ UniqueFd openFile(const char *path, int flags, mode_t mode) {
     fd = hostOps().open(path, flags, mode);
   } while (fd < 0 && errno == EINTR);
   return UniqueFd(fd);
+}
+
+UniqueFd openUntrustedFile(const char *path, int flags, mode_t mode,
+                           struct stat *st, bool allowBlockDevice) {
+  UniqueFd fd = openFile(path, flags | O_NONBLOCK | O_NOCTTY, mode);
+  if (!fd.valid()) {
+    return fd;
+  }
+  struct stat own;
+  struct stat &status = st != nullptr ? *st : own;
+  int error = 0;
+  if (hostOps().fstat(fd.get(), &status) != 0) {
+    error = errno;
+  } else if (!S_ISREG(status.st_mode) &&
+             !(allowBlockDevice && S_ISBLK(status.st_mode))) {
+    error = EINVAL;
+  } else if ((flags & O_NONBLOCK) == 0) {
+    int current = ::fcntl(fd.get(), F_GETFL);
+    if (current < 0 || ::fcntl(fd.get(), F_SETFL, current & ~O_NONBLOCK) != 0) {
+      error = errno;
+    }
+  }
+  if (error != 0) {
+    fd.reset();
+    errno = error;
+  }
+  return fd;
 }
 
 ssize_t preadFull(int fd, void *buf, size_t count, off_t offset) {
@@ -109,13 +135,9 @@ bool pwriteFull(int fd, const void *buf, size_t count, off_t offset) {
 }
 
 bool readWholeFile(const char *path, std::string &out, size_t maxSize) {
-  UniqueFd fd = openFile(path, O_RDONLY);
-  if (!fd.valid()) {
-    return false;
-  }
   struct stat st;
-  if (hostOps().fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
-      static_cast<unsigned long long>(st.st_size) > maxSize) {
+  UniqueFd fd = openUntrustedFile(path, O_RDONLY, 0, &st);
+  if (!fd.valid() || static_cast<unsigned long long>(st.st_size) > maxSize) {
     return false;
   }
   std::string data;
@@ -140,47 +162,94 @@ bool readWholeFile(const char *path, std::string &out, size_t maxSize) {
   return true;
 }
 
-bool replaceFileAtomically(const std::string &path, std::string_view data,
-                           mode_t newMode) {
+FileReplacement::~FileReplacement() { discard(); }
+
+void FileReplacement::discard() {
+  fd_.reset();
+  if (!tmpPath_.empty()) {
+    hostOps().unlink(tmpPath_.c_str());
+    tmpPath_.clear();
+  }
+}
+
+bool FileReplacement::begin(const std::string &path, mode_t newMode) {
+  discard();
   // Resolve a symbolic link so the link stays a link and its target is
   // rewritten.
-  std::string target = path;
+  target_ = path;
   if (char *real = ::realpath(path.c_str(), nullptr)) {
-    target = real;
+    target_ = real;
     std::free(real);
   }
-  mode_t mode = newMode;
+  mode_ = newMode;
   struct stat st;
-  if (hostOps().stat(target.c_str(), &st) == 0) {
-    mode = st.st_mode & 07777;
+  targetExists_ = hostOps().stat(target_.c_str(), &st) == 0;
+  if (targetExists_) {
+    mode_ = st.st_mode & 07777;
+    owner_ = st.st_uid;
+    group_ = st.st_gid;
   }
-  std::string::size_type slash = target.rfind('/');
-  std::string dir = slash == std::string::npos ? "." : target.substr(0, slash);
-  std::vector<char> tmpl(dir.begin(), dir.end());
+  std::string::size_type slash = target_.rfind('/');
+  dir_ = slash == std::string::npos ? "." : target_.substr(0, slash);
+  std::vector<char> tmpl(dir_.begin(), dir_.end());
   const char suffix[] = "/.guestprep-XXXXXX";
   tmpl.insert(tmpl.end(), suffix, suffix + sizeof suffix);
-  UniqueFd fd(hostOps().mkstemp(tmpl.data()));
-  if (!fd.valid()) {
+  fd_.reset(hostOps().mkstemp(tmpl.data()));
+  if (!fd_.valid()) {
     return false;
   }
-  const char *tmpPath = tmpl.data();
-  bool ok = writeFull(fd.get(), data.data(), data.size()) &&
-            hostOps().fchmod(fd.get(), mode) == 0 &&
-            hostOps().fsync(fd.get()) == 0;
-  ok = (fd.reset() == 0) && ok;
-  if (ok && hostOps().rename(tmpPath, target.c_str()) == 0) {
+  tmpPath_ = tmpl.data();
+  return true;
+}
+
+bool FileReplacement::keepOwner() {
+  if (!targetExists_) {
+    return true;
+  }
+  struct stat st;
+  if (hostOps().fstat(fd_.get(), &st) != 0) {
+    return false;
+  }
+  if ((st.st_uid == owner_ && st.st_gid == group_) ||
+      hostOps().fchown(fd_.get(), owner_, group_) == 0) {
+    return true;
+  }
+  // The caller's own file keeps its owner, only not a group the caller is
+  // not in. Anybody else's file would become the caller's: refused.
+  return st.st_uid == owner_;
+}
+
+bool FileReplacement::commit() {
+  if (!fd_.valid()) {
+    errno = EBADF;
+    return false;
+  }
+  // The owner first: changing it may clear the set-user-ID bits.
+  bool ok = keepOwner() && hostOps().fchmod(fd_.get(), mode_) == 0 &&
+            hostOps().fsync(fd_.get()) == 0;
+  ok = (fd_.reset() == 0) && ok;
+  if (ok && hostOps().rename(tmpPath_.c_str(), target_.c_str()) == 0) {
+    tmpPath_.clear();
     // The rename itself must survive a crash too. The new content is
     // already in place, so a directory that cannot be synced is no failure.
-    UniqueFd dirFd = openFile(dir.c_str(), O_RDONLY | O_DIRECTORY);
+    UniqueFd dirFd = openFile(dir_.c_str(), O_RDONLY | O_DIRECTORY);
     if (dirFd.valid()) {
       hostOps().fsync(dirFd.get());
     }
     return true;
   }
   int saved = errno;
-  hostOps().unlink(tmpPath);
+  discard();
   errno = saved;
   return false;
+}
+
+bool replaceFileAtomically(const std::string &path, std::string_view data,
+                           mode_t newMode) {
+  FileReplacement replacement;
+  return replacement.begin(path, newMode) &&
+         writeFull(replacement.fd(), data.data(), data.size()) &&
+         replacement.commit();
 }
 
 bool makeDirectories(const std::string &path, mode_t mode) {

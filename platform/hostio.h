@@ -34,6 +34,7 @@ struct HostOps {
   int (*rmdir)(const char *path);
   int (*mkstemp)(char *templ);
   int (*fchmod)(int fd, mode_t mode);
+  int (*fchown)(int fd, uid_t owner, gid_t group);
   time_t (*time)(time_t *out);
   void (*srand)(unsigned seed);
   int (*rand)();
@@ -93,6 +94,18 @@ class UniqueFd {
 // Opens through the seam, retrying on EINTR.
 UniqueFd openFile(const char *path, int flags, mode_t mode = 0);
 
+// Opens a path that a caller named, for reading or writing, without ever
+// waiting in open(): the path may name a FIFO, which would wait for a
+// writer for ever, or a terminal or other device. It is opened non-blocking
+// and checked with fstat() before it is used; only a regular file (and a
+// block device when `allowBlockDevice`) is kept, and is then switched back
+// to blocking reads and writes. Anything else (a FIFO, a socket, a character
+// device, a directory) fails at once with errno EINVAL; other failures keep
+// open()'s errno. `st`, when given, receives the file's status.
+UniqueFd openUntrustedFile(const char *path, int flags, mode_t mode = 0,
+                           struct stat *st = nullptr,
+                           bool allowBlockDevice = false);
+
 // Reads exactly `count` bytes at `offset` unless the file ends first;
 // returns the bytes read or -1 on error. Retries short reads and EINTR.
 ssize_t preadFull(int fd, void *buf, size_t count, off_t offset);
@@ -106,10 +119,46 @@ bool pwriteFull(int fd, const void *buf, size_t count, off_t offset);
 bool readWholeFile(const char *path, std::string &out,
                    size_t maxSize = 64u << 20);
 
-// Writes `data` to `path` atomically: a temporary file in the same
-// directory, flushed and renamed over the target. The target keeps its
-// permission bits when it exists (newMode otherwise). On failure the target
-// is untouched and the temporary file removed.
+// A new version of a file, written into a temporary file in the target's
+// directory and put in the target's place by commit(), so that a reader
+// sees either the old content or the whole new one. An existing target
+// keeps its permission bits, owner and group (newMode, and the caller's
+// owner, for a new file); a link is resolved, so the link stays a link and
+// its target is replaced. When the owner or group cannot be kept (a file
+// the caller does not own), the replacement is refused and the target left
+// as it was. Until commit() succeeds nothing of the target changes; a
+// replacement dropped without commit() removes its temporary file.
+class FileReplacement {
+ public:
+  FileReplacement() = default;
+  ~FileReplacement();
+  FileReplacement(const FileReplacement &) = delete;
+  FileReplacement &operator=(const FileReplacement &) = delete;
+
+  // Creates the temporary file; false (errno set) when it cannot be made.
+  bool begin(const std::string &path, mode_t newMode = 0644);
+  // The temporary file, to write the new content into.
+  int fd() const { return fd_.get(); }
+  // Gives the new file the target's owner, group and mode, flushes it and
+  // renames it over the target. False (errno set) on any failure, with the
+  // target untouched and the temporary file removed.
+  bool commit();
+
+ private:
+  void discard();
+  bool keepOwner();
+
+  std::string target_;
+  std::string dir_;
+  std::string tmpPath_;
+  UniqueFd fd_;
+  mode_t mode_ = 0;
+  bool targetExists_ = false;
+  uid_t owner_ = 0;
+  gid_t group_ = 0;
+};
+
+// Writes `data` to `path` atomically through a FileReplacement.
 bool replaceFileAtomically(const std::string &path, std::string_view data,
                            mode_t newMode = 0644);
 

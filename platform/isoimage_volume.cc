@@ -161,7 +161,8 @@ bool readBytes(IsoImage &image, uint64_t offset, void *buffer, size_t length) {
 int probe(const char *path, IsoImage &image, uint32_t &formats,
           Record &jolietRoot) {
   formats = 0;
-  image.fd = gp::openFile(path, O_RDONLY);
+  image.fd = gp::openUntrustedFile(path, O_RDONLY, 0, nullptr,
+                                   /*allowBlockDevice=*/true);
   struct stat st;
   if (!image.fd.valid() || hostOps().fstat(image.fd.get(), &st) != 0) {
     return ISO_ERR_IO;

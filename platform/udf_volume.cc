@@ -26,7 +26,7 @@ bool regidIs(Bytes regid, const char *ident) {
 
 std::unique_ptr<Volume> Volume::open(const char *path) {
   std::unique_ptr<Volume> volume(new Volume);
-  volume->fd_ = openFile(path, O_RDONLY);
+  volume->fd_ = openUntrustedFile(path, O_RDONLY);
   if (!volume->fd_.valid()) {
     return nullptr;
   }

@@ -98,5 +98,112 @@ TEST(HostIo, DirectoriesAndWholeFiles) {
   EXPECT_EQ("dir/name", joinPath("dir/", "/name"));
 }
 
+std::string makeFifo(const TempDir &tmp) {
+  std::string fifo = tmp / "fifo";
+  EXPECT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  return fifo;
+}
+
+// Kinds of file that open() takes without waiting, even in blocking mode;
+// the commands below show that nothing waits on a FIFO.
+TEST(HostIo, UntrustedPathsThatAreNoFilesAreRefused) {
+  TempDir tmp;
+  const std::string fifo = makeFifo(tmp);
+  const struct {
+    std::string path;
+    int flags;
+  } cases[] = {
+      {fifo, O_RDWR},
+      {"/dev/null", O_RDONLY},
+      {"/dev/zero", O_RDWR},
+      {tmp.path(), O_RDONLY},
+  };
+  for (const auto &c : cases) {
+    errno = 0;
+    UniqueFd fd = openUntrustedFile(c.path.c_str(), c.flags);
+    EXPECT_FALSE(fd.valid()) << c.path;
+    EXPECT_EQ(EINVAL, errno) << c.path;
+  }
+  // A regular file is handed back in blocking mode, with its status.
+  writeFile(tmp / "file", "12345");
+  struct stat st;
+  UniqueFd fd = openUntrustedFile((tmp / "file").c_str(), O_RDONLY, 0, &st);
+  ASSERT_TRUE(fd.valid());
+  EXPECT_EQ(5, st.st_size);
+  EXPECT_EQ(0, ::fcntl(fd.get(), F_GETFL) & O_NONBLOCK);
+}
+
+// Every command that opens a file the user names comes back at once, with a
+// failure, when that file is a FIFO nobody writes into.
+TEST(HostIo, CommandsGiveUpOnAFifoAtOnce) {
+  TempDir tmp;
+  const std::string fifo = makeFifo(tmp);
+  const std::string floppy = tmp / "floppy.img";
+  const std::string cli = std::string(GP_CLI) + " ";
+  ASSERT_EQ(0,
+            test::runCommand(cli + "floppy new " + test::shellQuote(floppy)));
+  writeFile(tmp / "a.txt", "a");
+  ASSERT_EQ(0, test::runCommand(cli + "floppy add " + test::shellQuote(floppy) +
+                                " " + test::shellQuote(tmp / "a.txt")));
+  const std::string f = test::shellQuote(fifo);
+  const std::string img = test::shellQuote(floppy);
+  for (const std::string &args :
+       {"identify " + f, "floppy ls " + f, "ini get " + f + " s k",
+        "ini set " + f + " s k v", "floppy add " + img + " " + f + " B.TXT",
+        "floppy get " + img + " A.TXT " + f,
+        "tools-status --host " + f + " --guest " + f}) {
+    int status = test::runCommand("timeout 5 " + cli + args + " 2>/dev/null");
+    EXPECT_NE(0, status) << args;
+    EXPECT_NE(124, status) << args << ": still waiting after 5 s";
+  }
+}
+
+// The target as the seam reports it: another owner, or another group.
+int gUidShift, gGidShift;
+int shiftedStat(const char *path, struct stat *st) {
+  int rc = realHostOps().stat(path, st);
+  st->st_uid += static_cast<uid_t>(gUidShift);
+  st->st_gid += static_cast<gid_t>(gGidShift);
+  return rc;
+}
+
+TEST(HostIo, AtomicReplaceRefusesToTakeAnotherOwnersFile) {
+  TempDir tmp;
+  const std::string target = tmp / "file";
+  const struct {
+    int uidShift, gidShift;
+    bool replaced;
+  } cases[] = {
+      {1, 0, false},  // another owner's file would become ours
+      {1, 1, false},
+      {0, 1, true},  // our own file, in a group we are not in
+  };
+  HostOps ops = realHostOps();
+  ops.stat = shiftedStat;
+  ops.fchown = [](int, uid_t, gid_t) { return errno = EPERM, -1; };
+  for (const auto &c : cases) {
+    writeFile(target, "original");
+    gUidShift = c.uidShift;
+    gGidShift = c.gidShift;
+    {
+      ScopedHostOps scoped(ops);
+      EXPECT_EQ(c.replaced, replaceFileAtomically(target, "replacement"));
+    }
+    EXPECT_EQ(c.replaced ? "replacement" : "original", readFile(target));
+    EXPECT_EQ(1, std::distance(fs::directory_iterator(tmp.path()),
+                               fs::directory_iterator()))
+        << "temporary file left behind";
+  }
+  // A replacement that is never committed leaves nothing behind.
+  {
+    FileReplacement dropped;
+    ASSERT_TRUE(dropped.begin(target));
+    EXPECT_TRUE(writeFull(dropped.fd(), "x", 1));
+  }
+  EXPECT_EQ("replacement", readFile(target));
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(tmp.path()),
+                             fs::directory_iterator()));
+}
+
 }  // namespace
 }  // namespace gp

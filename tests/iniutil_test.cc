@@ -1,7 +1,10 @@
 #include "guestprep/iniutil.h"
 
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -238,6 +241,47 @@ TEST_F(Ini, BadInput) {
   EXPECT_EQ("1", get("s", "k"));
   EXPECT_FALSE(set("s", "k", "2"));
   expectUntouched(huge);
+}
+
+// A line break in a name or a value would write a line of its own: another
+// key, or a whole new section.
+TEST_F(Ini, LineBreaksInWhatIsWrittenAreRefused) {
+  const std::string original = "[s]\nk=1\n";
+  const struct {
+    const char *section, *key, *value;
+  } cases[] = {
+      {"s", "k", "2\nadmin=1"}, {"s", "k", "2\r"},   {"s", "k", "\n"},
+      {"s", "k\nj", "2"},       {"s", "k\r", "2"},   {"s]\n[t", "k", "2"},
+      {"s\r", "k", "2"},        {"new\n", "k", "2"},
+  };
+  for (const auto &c : cases) {
+    file(original);
+    EXPECT_FALSE(set(c.section, c.key, c.value))
+        << c.section << c.key << c.value;
+    EXPECT_FALSE(set(c.section, c.key, c.value, true));
+    expectUntouched(original);
+  }
+  // Other control characters stay part of the value.
+  ASSERT_TRUE(set("s", "k", "a\tb\x01"));
+  EXPECT_EQ("a\tb\x01", get("s", "k"));
+}
+
+// Root rewriting somebody else's file gives it back to its owner and group.
+TEST_F(Ini, RewriteKeepsOwnerAndGroup) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root to give a file away";
+  }
+  const passwd *nobody = getpwnam("nobody");
+  const group *nogroup = getgrnam("nogroup");
+  ASSERT_TRUE(nobody != nullptr && nogroup != nullptr);
+  file("[s]\nk=1\n");
+  ASSERT_EQ(0, chown(path_.c_str(), nobody->pw_uid, nogroup->gr_gid));
+  ASSERT_TRUE(set("s", "k", "2"));
+  struct stat st;
+  ASSERT_EQ(0, stat(path_.c_str(), &st));
+  EXPECT_EQ(nobody->pw_uid, st.st_uid);
+  EXPECT_EQ(nogroup->gr_gid, st.st_gid);
+  EXPECT_EQ("[s]\nk=2\n", readFile(path_));
 }
 
 TEST_F(Ini, CommandLine) {

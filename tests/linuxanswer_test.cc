@@ -158,36 +158,111 @@ TEST_F(LinuxAnswer, ReleasesDifferInTheirDistinguishingLines) {
   EXPECT_EQ(write({"rhel6-64"}), write({"centos-64", GUESS_VERSION_CENTOS_6}));
 }
 
-// Quotes, backslashes, dollar signs, XML-special and non-ASCII characters in
-// the entries: every file must still be read correctly by its own tool.
-TEST_F(LinuxAnswer, HostileEntriesKeepEachFileParseable) {
-  const char *fullName = "Jo \"Q\" O'Brien $HOME <b>&amp; \\ Ünïcødé ✓";
-  EXPECT_EQ("Jo \\\"Q\\\" O'Brien $HOME <b>&amp; \\ Ünïcødé ✓",
-            gp::autoinstall::autoInstallEscapeQuotes(fullName));
-  const std::pair<const char *, const char *> kinds[] = {
-      // Each tool reads the file as "$1"; the %post section is a script.
-      {"rhel6-64", "sed '1,/^%post$/d;$d' \"$1/ks.cfg\" | bash -n"},
-      {"ubuntu", "debconf-set-selections -c \"$1/custom/preseed.cfg\""},
-      {"mandriva-64", "perl -cw \"$1/auto_i~1.cfg\""},
-      // AutoYaST: the full name ("$2") stands unchanged in its character data.
-      {"opensuse-64",
-       "xmllint --noout \"$1/autoinst.xml\" && test \"$2\" = \"$(xmllint "
-       "--xpath \"string((//*[local-name()='forename'])[2])\" "
-       "\"$1/autoinst.xml\")\""},
+// Entries that an installer would run, interpolate or take as markup. Each
+// file's own tool checks it, then reads the entries back, in the file's own
+// terms, as exactly the text given; nothing in them ran. The tools run in
+// the output directory, where a command that ran would leave "ran".
+TEST_F(LinuxAnswer, HostileEntriesAreReadLiterally) {
+  using gp::autoinstall::autoInstallCryptPassword;
+  using gp::autoinstall::autoInstallEscapeQuotes;
+  // The quote escaping the files always had, which preseed keeps.
+  EXPECT_EQ("Jo \\\"Q\\\" O'Brien $HOME \\",
+            autoInstallEscapeQuotes("Jo \"Q\" O'Brien $HOME \\"));
+  // Kickstart: the %post script parses; its user commands, run against
+  // stand-ins, get their arguments whole; the key line splits as the
+  // kickstart reader splits it.
+  const char *kickstart = R"sh(cd "$1" &&
+    sed '1,/^%post$/d;$d' ks.cfg | bash -n &&
+    { echo 'adduser() { printf "[%s]" "$@"; echo; }; usermod() { adduser "$@"; }; chfn() { adduser "$@"; }'
+      grep -E '^/usr/s?bin/(adduser|usermod|chfn) ' ks.cfg | sed -E 's#^/usr/s?bin/##'
+    } | bash &&
+    python3 -c 'import shlex; [print("[" + "][".join(shlex.split(l, comments=True)) + "]") for l in open("ks.cfg") if l.startswith("key ")]')sh";
+  const char *preseed = R"sh(cd "$1" &&
+    err=$(debconf-set-selections -c custom/preseed.cfg 2>&1 >/dev/null) &&
+    test -z "$err" &&
+    sed -n 's/^ubiquity\tpasswd\/\(user-fullname\|username\)\tstring\t\(.*\)$/[\2]/p' custom/preseed.cfg)sh";
+  const char *mandriva = R"sh(cd "$1" && perl -cw auto_i~1.cfg 2>/dev/null &&
+    perl -e 'our $o; do "./auto_i~1.cfg" or die; my $u = $o->{users}[0];
+      print "[$_]\n" for $o->{security_user}, $u->{name}, $u->{realname},
+        $u->{password}, $o->{superuser}{password}')sh";
+  const char *autoyast = R"sh(cd "$1" && xmllint --noout autoinst.xml &&
+    for e in username forename; do
+      printf '[%s]\n' "$(xmllint --xpath "string((//*[local-name()='$e'])[2])" autoinst.xml)"
+    done)sh";
+
+  const std::string shellName =
+      "Jo $(touch ran) `touch ran` ${HOME} \"Q\" \\ O'Brien !! ~ *";
+  const std::string perlName =
+      "Jo @{[ `touch ran` ]} ${\\ `touch ran`} $o \\n \"Q\" 'x'";
+  const std::string xmlName = "a]]>b <c> & \"Q\" ]]]]> Ünïcødé ✓";
+  const std::string password = "p@ss$word\\\"\n'q'";
+  const std::string rootPassword = "@ARGV $$ `touch ran` ${\\ 1}";
+  const struct {
+    const char *os;
+    std::string user, fullName, key;
+    const char *tool;
+    std::string expected;  // empty: made from the entries below
+  } cases[] = {
+      {"rhel6-64", "jo;touch ran'$(touch ran)", shellName,
+       "K-1 #x'$(touch ran)", kickstart, ""},
+      {"ubuntu", "jo $(touch ran)", shellName, "", preseed,
+       "[" + autoInstallEscapeQuotes(shellName) + "]\n[jo $(touch ran)]\n"},
+      {"mandriva-64", "jo'\\x", perlName, "", mandriva,
+       "[jo'\\x]\n[jo'\\x]\n[" + perlName + "]\n[" + password + "]\n[" +
+           rootPassword + "]\n"},
+      {"opensuse-64", "jo<b>&amp;", xmlName, "", autoyast,
+       "[jo<b>&amp;]\n[" + xmlName + "]\n"},
   };
-  for (const auto &[os, tool] : kinds) {
-    Entries e{os};
-    e.user = "jdoe-2";
-    e.fullName = fullName;
-    e.password = "p\"a$s\\w'<&>]]ü€";
-    e.rootPassword = "$(reboot)`id`\"'\\n";
-    ASSERT_EQ(TRUE, prepare(e, tmp_ / os)) << os;
+  for (const auto &c : cases) {
+    Entries e{c.os};
+    e.user = c.user.c_str();
+    e.fullName = c.fullName.c_str();
+    e.key = c.key.c_str();
+    e.password = password.c_str();
+    e.rootPassword = rootPassword.c_str();
+    const std::string dir = tmp_ / c.os;
+    ASSERT_EQ(TRUE, prepare(e, dir)) << c.os;
+    std::string expected = c.expected;
+    if (expected.empty()) {  // kickstart
+      const std::string hash = autoInstallCryptPassword(e.password);
+      expected = "[" + c.user + "]\n[-p][" + hash + "][" + c.user + "]\n[-f][" +
+                 c.fullName + "][" + c.user + "]\n[key][" + c.key + "]\n";
+    }
     std::string out;
-    EXPECT_EQ(0, runCommand("sh -c " + shellQuote(tool) + " sh " +
-                                shellQuote(tmp_ / os) + " " +
-                                shellQuote(fullName) + " 2>&1",
+    EXPECT_EQ(0, runCommand("sh -c " + shellQuote(c.tool) + " sh " +
+                                shellQuote(dir) + " 2>&1",
                             &out))
-        << os << ": " << out;
+        << c.os << ": " << out;
+    EXPECT_EQ(expected, out) << c.os;
+    EXPECT_FALSE(fileExists(dir + "/ran")) << c.os << ": an entry ran";
+  }
+}
+
+// Entries that a file cannot hold literally: no file at all.
+TEST_F(LinuxAnswer, EntriesThatCannotBeReadLiterallyAreRefused) {
+  const struct {
+    const char *os;
+    const char *Entries::*field;
+    const char *value;
+  } cases[] = {
+      {"rhel6-64", &Entries::fullName, "Jo\n%end\n%post\nreboot"},
+      {"rhel6-64", &Entries::user, "jo\rx"},
+      {"rhel5", &Entries::key, "K\n%post"},
+      {"ubuntu", &Entries::fullName, "Jo \\"},  // would join the next line
+      {"ubuntu", &Entries::user, "jo\nd-i x string y"},
+      {"opensuse-64", &Entries::fullName, "Jos\xe9"},  // not UTF-8
+      {"sles11", &Entries::user, "jo\x01"},
+      {"sles10", &Entries::fullName, "Jo \xef\xbf\xbf"},  // U+FFFF
+      {"mandriva", &Entries::fullName, "Jo\nx"},
+  };
+  for (const auto &c : cases) {
+    Entries e{c.os};
+    e.*c.field = c.value;
+    const std::string dir = tmp_ / "out";
+    EXPECT_EQ(FALSE, prepare(e, dir)) << c.os << ": " << c.value;
+    EXPECT_FALSE(fileExists(gp::autoinstall::autoInstallLinuxAnswerPath(
+        gp::autoinstall::autoInstallGetLinuxKind(c.os), dir)))
+        << c.os;
   }
 }
 

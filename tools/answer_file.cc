@@ -8,13 +8,16 @@
 #include "lib/guestInstall/autoinstallGuestLinux_answer.h"
 #include "platform/strutil.h"
 #include "tools/cli.h"
+#include "tools/json.h"
 
 namespace gp::cli {
 namespace {
 
 constexpr const char kName[] = "answer-file";
 
-int answerFile(const Args &args) {
+int answerFile(const Args &all) {
+  Args args = all;
+  bool json = takeFlag(args, "--json");
   // Options that take a value; --power-off is the only flag.
   std::map<std::string, std::string> values = {
       {"--os", ""},
@@ -70,24 +73,30 @@ int answerFile(const Args &args) {
     if (kind == autoinstall::LINUX_KIND_NONE) {
       std::fprintf(stderr, "guestprep %s: '%s' has no Linux answer file\n",
                    kName, os.c_str());
+    } else if (std::string problem = directoryProblem(out); !problem.empty()) {
+      reportFileError(out, problem);
     } else {
       std::fprintf(stderr, "guestprep %s: cannot write the answer file in %s\n",
                    kName, out.c_str());
     }
     return 1;
   }
-  std::printf("%s\n", autoinstall::autoInstallLinuxAnswerPath(
-                          autoinstall::autoInstallGetLinuxKind(os.c_str()), out)
-                          .c_str());
+  std::string path = autoinstall::autoInstallLinuxAnswerPath(
+      autoinstall::autoInstallGetLinuxKind(os.c_str()), out);
+  if (json) {
+    printJson({{"osName", os}, {"outDir", out}, {"path", path}});
+  } else {
+    std::printf("%s\n", path.c_str());
+  }
   return 0;
 }
 
 }  // namespace
 
-GP_COMMAND(kName,
-           "--os ID [--sub-version N] --out DIR --user U --full-name F "
-           "--password P --root-password R [--product-key K] [--power-off]",
-           "write the answer file of a Linux guest and print its path",
-           answerFile);
+GP_COMMAND(
+    kName,
+    "[--json] --os ID [--sub-version N] --out DIR --user U --full-name F "
+    "--password P --root-password R [--product-key K] [--power-off]",
+    "write the answer file of a Linux guest and print its path", answerFile);
 
 }  // namespace gp::cli

@@ -3,12 +3,15 @@
 // user's entries for it.
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "guestprep/autoinstall.h"
 #include "guestprep/guess.h"
 #include "platform/strutil.h"
 #include "tools/cli.h"
+#include "tools/json.h"
 
 namespace gp::cli {
 namespace {
@@ -77,6 +80,42 @@ std::string familyOf(const GuessInfo &info) {
   return "linux";
 }
 
+Json reservedJson(const AutoInstallReservedName *list) {
+  Json out = Json::array();
+  for (; list != nullptr && list->name != nullptr; ++list) {
+    out.push_back({{"name", list->name}, {"isPrefix", list->isPrefix != 0}});
+  }
+  return out;
+}
+
+Json reportJson(const CheckOptions &opt, const GuessInfo &info,
+                const std::string &family) {
+  AutoInstallConfigInfo config;
+  AutoInstall_GetInstallConfigInfo(family.c_str(), &info, &config);
+  Json doc;
+  doc["image"] = opt.image.empty() ? Json(nullptr) : Json(opt.image);
+  doc["osName"] = jsonText(info.osName);
+  doc["subVersion"] = info.subVersion;
+  doc["subVersionName"] = Guess_GetSubString(GuessVersion(info.subVersion));
+  doc["versionString"] = info.versionString;
+  doc["family"] = family;
+  doc["supported"] = AutoInstall_IsSupportedGuest(&info) != FALSE;
+  if (family == "linux") {
+    doc["needsFloppy"] = AutoInstall_NeedsFloppy_Linux(info.osName) != FALSE;
+  }
+  doc["reservedShortNames"] = reservedJson(config.reservedShortNames);
+  doc["reservedNames"] = reservedJson(config.reservedNames);
+  doc["maxShortNameLength"] = config.maxShortNameLength;
+  doc["maxNameLength"] = config.maxNameLength;
+  doc["guestLimit"] = config.guestLimit;
+  doc["maxPasswordLength"] = config.maxPasswordLength;
+  doc["familyFlags"] = std::vector<int>(std::begin(config.familyFlags),
+                                        std::end(config.familyFlags));
+  doc["guestFlags"] = std::vector<int>(std::begin(config.guestFlags),
+                                       std::end(config.guestFlags));
+  return doc;
+}
+
 void printReport(const CheckOptions &opt, const GuessInfo &info,
                  const std::string &family) {
   AutoInstallConfigInfo config;
@@ -110,8 +149,10 @@ void printReport(const CheckOptions &opt, const GuessInfo &info,
 }
 
 int check(const Args &args) {
+  Args rest = args;
+  bool json = takeFlag(rest, "--json");
   CheckOptions opt;
-  if (!parseCheckArgs(args, opt)) {
+  if (!parseCheckArgs(rest, opt)) {
     return usageError("check");
   }
   GuessInfo info;
@@ -119,11 +160,15 @@ int check(const Args &args) {
   if (!opt.image.empty()) {
     int rc = Guess_Guest(opt.image.c_str(), 0, &info);
     if (rc == GUESS_OPEN_FAILED) {
-      std::fprintf(stderr, "guestprep check: cannot open %s\n",
-                   opt.image.c_str());
+      reportUnreadable(opt.image, "not an ISO 9660 or UDF image");
       return 2;
     }
     if (rc != GUESS_FOUND || info.osName == nullptr) {
+      if (json) {
+        printJson(
+            {{"image", opt.image}, {"osName", nullptr}, {"supported", false}});
+        return 1;
+      }
       std::printf(
           "image:              %s\nosName:             (none)\n"
           "supported:          FALSE\n",
@@ -137,17 +182,22 @@ int check(const Args &args) {
                      opt.version);
   }
   std::string family = opt.family.empty() ? familyOf(info) : opt.family;
-  printReport(opt, info, family);
+  if (json) {
+    printJson(reportJson(opt, info, family));
+  } else {
+    printReport(opt, info, family);
+  }
   return AutoInstall_IsSupportedGuest(&info) ? 0 : 1;
 }
 
 }  // namespace
 
-GP_COMMAND("check",
-           "[--family windows|linux] (IMAGE | --os ID [--sub-version N] "
-           "[--version TEXT])",
-           "whether a guest can be installed unattended, with its input limits "
-           "(exit 0 when supported)",
-           check);
+GP_COMMAND(
+    "check",
+    "[--json] [--family windows|linux] (IMAGE | --os ID [--sub-version N] "
+    "[--version TEXT])",
+    "whether a guest can be installed unattended, with its input limits "
+    "(exit 0 when supported)",
+    check);
 
 }  // namespace gp::cli

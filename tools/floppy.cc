@@ -5,8 +5,10 @@
 #include <string>
 
 #include "guestprep/autoinstall.h"
+#include "platform/abi.h"
 #include "platform/fatimage.h"
 #include "tools/cli.h"
+#include "tools/json.h"
 
 namespace gp::cli {
 namespace {
@@ -23,9 +25,11 @@ struct Handle {
   }
 };
 
-int fail(const char *what, const std::string &path, fat::Error err) {
-  std::fprintf(stderr, "guestprep floppy: %s %s: %s\n", what, path.c_str(),
-               fat::errorText(err));
+// Reports an image that could not be used: why the system cannot read it,
+// or else what is wrong with its content.
+int fail(const std::string &path, fat::Error err) {
+  std::string reason = readProblem(path);
+  reportFileError(path, reason.empty() ? fat::errorText(err) : reason);
   return 1;
 }
 
@@ -39,7 +43,7 @@ int openRoot(const std::string &image, int writable, Handle &volume,
   if (err == fat::FAT_OK) {
     err = fat::openRootDirectory(volume.h, &root.h);
   }
-  return err == fat::FAT_OK ? 0 : fail("cannot open", image, err);
+  return err == fat::FAT_OK ? 0 : fail(image, err);
 }
 
 int cmdNew(const Args &args) {
@@ -49,7 +53,7 @@ int cmdNew(const Args &args) {
     err = fat::close(volume.h);
     volume.h = nullptr;
   }
-  return err == fat::FAT_OK ? 0 : fail("cannot format", args[1], err);
+  return err == fat::FAT_OK ? 0 : fail(args[1], err);
 }
 
 // The last part of a host path.
@@ -70,6 +74,11 @@ int cmdAdd(const Args &args) {
     return rc;
   }
   if (!AddFileToFloppyImg(root.h, host.c_str(), name.c_str())) {
+    std::string problem = readProblem(host);
+    if (!problem.empty()) {
+      reportFileError(host, problem);
+      return 1;
+    }
     std::fprintf(stderr, "guestprep floppy: cannot add %s to %s as %s\n",
                  host.c_str(), image.c_str(), name.c_str());
     return 1;
@@ -78,7 +87,7 @@ int cmdAdd(const Args &args) {
   root.h = nullptr;
   fat::Error err = fat::close(volume.h);
   volume.h = nullptr;
-  return err == fat::FAT_OK ? 0 : fail("cannot write", image, err);
+  return err == fat::FAT_OK ? 0 : fail(image, err);
 }
 
 int cmdGet(const Args &args) {
@@ -97,7 +106,7 @@ int cmdGet(const Args &args) {
   return 0;
 }
 
-int cmdLs(const Args &args) {
+int cmdLs(const Args &args, bool json) {
   if (args.size() != 2) {
     return usageError("floppy");
   }
@@ -105,6 +114,7 @@ int cmdLs(const Args &args) {
   if (int rc = openRoot(args[1], 0, volume, root)) {
     return rc;
   }
+  Json entries = Json::array();
   int64_t count = fat::entryCount(root.h);
   for (int64_t i = 0; i < count; ++i) {
     uint8_t present = 0, isDir = 0;
@@ -113,26 +123,41 @@ int cmdLs(const Args &args) {
     fat::Error err =
         fat::catalogEntry(root.h, i, &present, &name, &isDir, &size, nullptr);
     if (err != fat::FAT_OK) {
-      return fail("cannot list", args[1], err);
+      return fail(args[1], err);
     }
-    if (present) {
-      if (isDir) {
-        std::printf("%10s  %s/\n", "<DIR>", name);
-      } else {
-        std::printf("%10" PRIu64 "  %s\n", size, name);
-      }
+    MallocPtr<char> owned(name);
+    if (!present) {
+      continue;
     }
-    std::free(name);
+    if (json) {
+      entries.push_back(
+          {{"name", name}, {"isDir", isDir != 0}, {"size", size}});
+    } else if (isDir) {
+      std::printf("%10s  %s/\n", "<DIR>", name);
+    } else {
+      std::printf("%10" PRIu64 "  %s\n", size, name);
+    }
   }
-  std::printf("%10" PRIu64 "  bytes free\n", fat::freeBytes(volume.h));
+  if (json) {
+    printJson({{"image", args[1]},
+               {"entries", entries},
+               {"freeBytes", fat::freeBytes(volume.h)}});
+  } else {
+    std::printf("%10" PRIu64 "  bytes free\n", fat::freeBytes(volume.h));
+  }
   return 0;
 }
 
-int runFloppy(const Args &args) {
+int runFloppy(const Args &all) {
+  Args args = all;
+  bool json = takeFlag(args, "--json");
   if (args.empty()) {
     return usageError("floppy");
   }
   const std::string &sub = args[0];
+  if (json && sub != "ls") {
+    return usageError("floppy");
+  }
   if (sub == "new" && args.size() == 2) {
     return cmdNew(args);
   }
@@ -143,7 +168,7 @@ int runFloppy(const Args &args) {
     return cmdGet(args);
   }
   if (sub == "ls") {
-    return cmdLs(args);
+    return cmdLs(args, json);
   }
   return usageError("floppy");
 }
@@ -153,6 +178,6 @@ int runFloppy(const Args &args) {
 
 GP_COMMAND("floppy",
            "new IMAGE | add IMAGE HOSTFILE [NAME] | get IMAGE NAME HOSTFILE | "
-           "ls IMAGE",
+           "ls [--json] IMAGE",
            "make a 1.44 MB FAT floppy image, copy files in and out, list it",
            gp::cli::runFloppy);

@@ -4,42 +4,43 @@
 
 #include "guestprep/guess.h"
 #include "tools/cli.h"
+#include "tools/json.h"
 
 namespace gp::cli {
 namespace {
 
 const char *resultName(int rc) {
   switch (rc) {
-    case GUESS_FOUND: return "GUESS_FOUND";
-    case GUESS_NOT_FOUND: return "GUESS_NOT_FOUND";
-    default: return "GUESS_OPEN_FAILED";
+    case GUESS_FOUND:
+      return "GUESS_FOUND";
+    case GUESS_NOT_FOUND:
+      return "GUESS_NOT_FOUND";
+    default:
+      return "GUESS_OPEN_FAILED";
   }
 }
 
-std::string orNull(const char *s) { return s ? jsonString(s) : "null"; }
-
 // The editions field is a list of names, each followed by "?".
-std::string editionsJson(const char *editions) {
-  std::string out = "[";
+Json editionsJson(const char *editions) {
+  Json out = Json::array();
   std::string current;
-  bool first = true;
   for (const char *p = editions; *p != '\0'; ++p) {
-    if (*p != '?') {
+    if (*p == '?') {
+      out.push_back(current);
+      current.clear();
+    } else {
       current += *p;
-      continue;
     }
-    out += (first ? "" : ",") + jsonString(current);
-    first = false;
-    current.clear();
   }
-  return out + "]";
+  return out;
 }
 
 void printHuman(const char *image, int rc, const GuessInfo &info) {
   std::printf("%s\n", image);
   std::printf("  result:        %d (%s)\n", rc, resultName(rc));
   std::printf("  osName:        %s\n", info.osName ? info.osName : "(none)");
-  std::printf("  osName64:      %s\n", info.osName64 ? info.osName64 : "(none)");
+  std::printf("  osName64:      %s\n",
+              info.osName64 ? info.osName64 : "(none)");
   std::printf("  subVersion:    %u (%s)\n", info.subVersion,
               info.subVersion < GUESS_VERSION_DUMMY_LAST
                   ? Guess_GetSubString(GuessVersion(info.subVersion))
@@ -50,52 +51,55 @@ void printHuman(const char *image, int rc, const GuessInfo &info) {
   std::printf("  editions:      %s\n", info.editions);
 }
 
-void printJson(const char *image, int rc, const GuessInfo &info) {
-  std::printf(
-      "{\"image\":%s,\"result\":%d,\"resultName\":%s,\"osName\":%s,"
-      "\"osName64\":%s,\"subVersion\":%u,\"subVersionName\":%s,"
-      "\"noIsolinux\":%s,\"versionString\":%s,\"language\":%s,"
-      "\"editions\":%s}\n",
-      jsonString(image).c_str(), rc, jsonString(resultName(rc)).c_str(),
-      orNull(info.osName).c_str(), orNull(info.osName64).c_str(),
-      info.subVersion,
-      info.subVersion < GUESS_VERSION_DUMMY_LAST
-          ? jsonString(Guess_GetSubString(GuessVersion(info.subVersion))).c_str()
-          : "null",
-      info.noIsolinux ? "true" : "false",
-      jsonString(info.versionString).c_str(),
-      jsonString(info.language).c_str(), editionsJson(info.editions).c_str());
+Json recordJson(const char *image, int rc, const GuessInfo &info) {
+  bool named = info.subVersion < GUESS_VERSION_DUMMY_LAST;
+  return Json{
+      {"image", image},
+      {"result", rc},
+      {"resultName", resultName(rc)},
+      {"osName", jsonText(info.osName)},
+      {"osName64", jsonText(info.osName64)},
+      {"subVersion", info.subVersion},
+      {"subVersionName",
+       named ? jsonText(Guess_GetSubString(GuessVersion(info.subVersion)))
+             : Json(nullptr)},
+      {"noIsolinux", info.noIsolinux != 0},
+      {"versionString", info.versionString},
+      {"language", info.language},
+      {"editions", editionsJson(info.editions)},
+  };
 }
 
 int identify(const Args &args) {
-  bool json = false;
-  std::vector<std::string> images;
-  for (const std::string &a : args) {
-    if (a == "--json") {
-      json = true;
-    } else if (!a.empty() && a[0] == '-') {
+  Args images = args;
+  bool json = takeFlag(images, "--json");
+  for (const std::string &a : images) {
+    if (!a.empty() && a[0] == '-') {
       return usageError("identify");
-    } else {
-      images.push_back(a);
     }
   }
   if (images.empty()) {
     return usageError("identify");
   }
   int status = 0;
+  Json records = Json::array();
   for (const std::string &image : images) {
     GuessInfo info;
     int rc = Guess_Guest(image.c_str(), 0, &info);
     if (json) {
-      printJson(image.c_str(), rc, info);
+      records.push_back(recordJson(image.c_str(), rc, info));
     } else {
       printHuman(image.c_str(), rc, info);
     }
     if (rc == GUESS_OPEN_FAILED) {
+      reportUnreadable(image, "not an ISO 9660 or UDF image");
       status = 2;
     } else if (rc == GUESS_NOT_FOUND && status == 0) {
       status = 1;
     }
+  }
+  if (json) {
+    printJson(records);
   }
   return status;
 }

@@ -12,6 +12,7 @@
 #include "platform/abi.h"
 #include "platform/hostio.h"
 #include "tools/cli.h"
+#include "tools/json.h"
 
 #ifndef GP_TEMPLATES_DIR
 #define GP_TEMPLATES_DIR "/usr/share/guestprep/templates"
@@ -87,7 +88,9 @@ const char *orNull(const std::string &s) {
   return s.empty() ? nullptr : s.c_str();
 }
 
-int prepareWindows(const Args &args) {
+int prepareWindows(const Args &all) {
+  Args args = all;
+  bool json = takeFlag(args, "--json");
   PrepareOptions opt;
   if (!parsePrepareArgs(args, opt)) {
     return usageError(kName);
@@ -96,8 +99,7 @@ int prepareWindows(const Args &args) {
   std::memset(&info, 0, sizeof info);
   int rc = Guess_Guest(opt.image.c_str(), 0, &info);
   if (rc == GUESS_OPEN_FAILED) {
-    std::fprintf(stderr, "guestprep %s: cannot open %s\n", kName,
-                 opt.image.c_str());
+    reportUnreadable(opt.image, "not an ISO 9660 or UDF image");
     return 2;
   }
   if (rc != GUESS_FOUND || info.osName == nullptr ||
@@ -128,9 +130,9 @@ int prepareWindows(const Args &args) {
     opt.imageName = editions.substr(0, editions.find('?'));
   }
   if (!makeDirectories(opt.out)) {
-    std::fprintf(stderr, "guestprep %s: cannot create %s\n", kName,
-                 opt.out.c_str());
-    return 2;
+    std::string problem = directoryProblem(opt.out);
+    reportFileError(opt.out, problem.empty() ? "cannot be created" : problem);
+    return 1;
   }
   std::string dir = templateDir();
   std::string winnt = joinPath(dir, "winnt.sif");
@@ -142,9 +144,26 @@ int prepareWindows(const Args &args) {
       opt.out.c_str(), info.language, opt.imageName.c_str(),
       opt.keepAutoLogon ? TRUE : FALSE);
   if (!ok) {
-    std::fprintf(stderr, "guestprep %s: the answer files were not written\n",
-                 kName);
+    if (std::string problem = directoryProblem(opt.out); !problem.empty()) {
+      reportFileError(opt.out, problem);
+    } else {
+      std::fprintf(stderr,
+                   "guestprep %s: the answer files were not written (the "
+                   "log says why)\n",
+                   kName);
+    }
     return 1;
+  }
+  if (json) {
+    Json files = Json::array();
+    for (const char *file : {"winnt.sif", "autoun~0.xml", "storePwd.ini"}) {
+      files.push_back(joinPath(opt.out, file));
+    }
+    printJson({{"osName", jsonText(info.osName)},
+               {"language", jsonText(info.language)},
+               {"imageName", opt.imageName},
+               {"files", files}});
+    return 0;
   }
   std::printf("guest:    %s\nlanguage: %s\nimage:    %s\n", info.osName,
               info.language[0] != '\0' ? info.language : "(default)",
@@ -158,7 +177,7 @@ int prepareWindows(const Args &args) {
 }  // namespace
 
 GP_COMMAND(kName,
-           "IMAGE --out DIR --user U --password P [--product-key K] "
+           "[--json] IMAGE --out DIR --user U --password P [--product-key K] "
            "[--kms HOST] [--image NAME] [--keep-autologon]",
            "write the Windows answer files for the guest on a Windows "
            "installation image",

@@ -2,17 +2,19 @@
 // host manifest, the AVR file and the guest manifest.
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "lib/toolsversion/toolsversion_internal.h"
 #include "platform/configdict.h"
 #include "platform/log.h"
 #include "platform/msgcatalog.h"
 #include "tools/cli.h"
+#include "tools/json.h"
 
 namespace {
 
 using namespace gp::tools;
-using gp::cli::jsonString;
+using gp::cli::Json;
 
 const char *publicName(ToolsVersionStatus status) {
   static const char *const kNames[] = {
@@ -30,13 +32,18 @@ const char *publicName(ToolsVersionStatus status) {
   return status >= 1 && status <= 9 ? kNames[status] : "?";
 }
 
-std::string illegalList(const ToolsComponent &c, const char *separator,
-                        bool json) {
-  std::string out;
+std::vector<std::string> illegalList(const ToolsComponent &c) {
+  std::vector<std::string> out;
   for (const ToolsVersionValue &v : c.illegal) {
-    if (!out.empty()) out += separator;
-    std::string text = toolsVersionFormat(&v, TRUE);
-    out += json ? jsonString(text) : text;
+    out.push_back(toolsVersionFormat(&v, TRUE));
+  }
+  return out;
+}
+
+std::string joined(const std::vector<std::string> &items) {
+  std::string out;
+  for (const std::string &item : items) {
+    out += (out.empty() ? "" : ", ") + item;
   }
   return out;
 }
@@ -48,32 +55,31 @@ void printRow(const char *name, const ToolsComponent &c) {
       c.installed ? 'Y' : 'N', toolsVersionFormat(&c.host, FALSE).c_str(),
       toolsVersionFormat(&c.avrMin, FALSE).c_str(),
       toolsVersionFormat(&c.avrMax, FALSE).c_str(),
-      illegalList(c, ", ", false).c_str());
+      joined(illegalList(c)).c_str());
 }
 
-std::string jsonRow(const std::string &name, const ToolsComponent &c) {
-  return "{\"name\":" + jsonString(name) +
-         ",\"status\":" + jsonString(toolsStatusNames[c.status]) +
-         ",\"guest\":" + jsonString(toolsVersionFormat(&c.guest, FALSE)) +
-         ",\"installed\":" + (c.installed ? "true" : "false") +
-         ",\"host\":" + jsonString(toolsVersionFormat(&c.host, FALSE)) +
-         ",\"avrMin\":" + jsonString(toolsVersionFormat(&c.avrMin, FALSE)) +
-         ",\"avrMax\":" + jsonString(toolsVersionFormat(&c.avrMax, FALSE)) +
-         ",\"illegal\":[" + illegalList(c, ",", true) + "]}";
+Json jsonRow(const std::string &name, const ToolsComponent &c) {
+  return {{"name", name},
+          {"status", toolsStatusNames[c.status]},
+          {"guest", toolsVersionFormat(&c.guest, FALSE)},
+          {"installed", c.installed != 0},
+          {"host", toolsVersionFormat(&c.host, FALSE)},
+          {"avrMin", toolsVersionFormat(&c.avrMin, FALSE)},
+          {"avrMax", toolsVersionFormat(&c.avrMax, FALSE)},
+          {"illegal", illegalList(c)}};
 }
 
 void printReport(const ToolsComponentTable &table,
                  const ToolsStatusOutcome &outcome, bool json) {
   if (json) {
-    std::string out =
-        "{\"components\":[" + jsonRow("monolithic", outcome.monolithic);
-    table.forEach([&out](const std::string &name, const ToolsComponent &c) {
-      out += "," + jsonRow(name, c);
+    Json rows = Json::array({jsonRow("monolithic", outcome.monolithic)});
+    table.forEach([&rows](const std::string &name, const ToolsComponent &c) {
+      rows.push_back(jsonRow(name, c));
     });
-    out += "],\"overall\":" + jsonString(toolsStatusNames[outcome.overall]) +
-           ",\"status\":" + std::to_string(outcome.status) +
-           ",\"statusName\":" + jsonString(publicName(outcome.status)) + "}";
-    std::printf("%s\n", out.c_str());
+    gp::cli::printJson({{"components", rows},
+                        {"overall", toolsStatusNames[outcome.overall]},
+                        {"status", outcome.status},
+                        {"statusName", publicName(outcome.status)}});
     return;
   }
   std::printf("%-24s %-23s %-16s %c %-16s %-16s %-16s %s\n", "Component",
@@ -90,12 +96,21 @@ void printReport(const ToolsComponentTable &table,
 
 void printUnknown(bool json) {
   if (json) {
-    std::printf("{\"components\":[],\"status\":%d,\"statusName\":%s}\n",
-                TOOLS_STATUS_UNKNOWN,
-                jsonString(publicName(TOOLS_STATUS_UNKNOWN)).c_str());
+    gp::cli::printJson({{"components", Json::array()},
+                        {"status", TOOLS_STATUS_UNKNOWN},
+                        {"statusName", publicName(TOOLS_STATUS_UNKNOWN)}});
   } else {
     std::printf("Public status:  %d %s\n", TOOLS_STATUS_UNKNOWN,
                 publicName(TOOLS_STATUS_UNKNOWN));
+  }
+}
+
+// Names a file the command could not read; a file that reads but does not
+// parse is reported by the library's log.
+void reportIfUnreadable(const std::string &path) {
+  std::string problem = gp::cli::readProblem(path);
+  if (!problem.empty()) {
+    gp::cli::reportFileError(path, problem);
   }
 }
 
@@ -122,15 +137,20 @@ int run(const gp::cli::Args &args) {
   ToolsComponentTable table;
   ToolsDebugFlags flags;
   if (!toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_HOST, host.c_str())) {
+    reportIfUnreadable(host);
     printUnknown(json);
     return 1;
   }
   if (avr.empty() ||
       !toolsManifestLoad(&table, &flags, TOOLS_MANIFEST_AVR, avr.c_str())) {
+    if (!avr.empty()) {
+      reportIfUnreadable(avr);
+    }
     toolsSetAvrMinFromHost(&table);
   }
   gp::ConfigDict guestDict;
   if (!guestDict.loadFile(guest.c_str())) {
+    reportIfUnreadable(guest);
     gp::logf("Error loading dictionary for guest manifest: %s.\n",
              gp::msg::takePending().c_str());
     printUnknown(json);

@@ -6,7 +6,9 @@
 #include <string>
 
 #include "guestprep/autoinstall.h"
+#include "platform/abi.h"
 #include "tools/cli.h"
+#include "tools/json.h"
 
 namespace gp::cli {
 namespace {
@@ -32,7 +34,9 @@ const char *resultName(int code) {
   }
 }
 
-int validate(const Args &args) {
+int validate(const Args &all) {
+  Args args = all;
+  bool json = takeFlag(args, "--json");
   std::string family, kind, osName;
   const std::string *text = nullptr;
   for (size_t i = 0; i < args.size(); ++i) {
@@ -70,21 +74,29 @@ int validate(const Args &args) {
   info.osName = osName.empty() ? nullptr : osName.c_str();
   char *message = nullptr;
   int code = fn(family.c_str(), &info, text->c_str(), &message);
-  std::printf("%d %s\n", code, resultName(code));
-  if (message != nullptr) {
-    std::printf("%s\n", message);
-    std::free(message);
+  MallocPtr<char> owned(message);
+  if (json) {
+    printJson({{"text", *text},
+               {"result", code},
+               {"resultName", resultName(code)},
+               {"message", jsonText(message)}});
+  } else {
+    std::printf("%d %s\n", code, resultName(code));
+    if (message != nullptr) {
+      std::printf("%s\n", message);
+    }
   }
   return code == AUTOINSTALL_VALID ? 0 : 1;
 }
 
 }  // namespace
 
-GP_COMMAND("validate",
-           "--family windows|linux --kind name|short|password [--os ID] "
-           "[--] TEXT",
-           "checks a user entry; prints the code and the message "
-           "(exit 0 when valid)",
-           validate);
+GP_COMMAND(
+    "validate",
+    "[--json] --family windows|linux --kind name|short|password [--os ID] "
+    "[--] TEXT",
+    "checks a user entry; prints the code and the message "
+    "(exit 0 when valid)",
+    validate);
 
 }  // namespace gp::cli

@@ -126,8 +126,13 @@ GUESTPREP_API Bool AutoInstall_AddFileToFloppyImg(const char *hostPath,
  * rootPassword are plain text; the files hold their MD5-crypt hashes
  * (Mandriva's holds them as they are). productKey may be NULL or empty.
  * powerOff TRUE powers the guest off after installing, FALSE reboots it.
+ * Every entry is escaped for the place it lands in (shell, Perl, XML or
+ * debconf), so that the installer reads it literally.
  * Returns TRUE when the whole file was written; FALSE, with nothing logged,
- * for a null argument, a guest without an answer file, or any file error.
+ * for a null argument, a guest without an answer file, an entry the file
+ * cannot hold literally (a line break in a user name, full name or product
+ * key, a preseed value ending in a backslash, an AutoYaST name that is not
+ * UTF-8), or any file error; in the first cases no file is written.
  * An existing file is overwritten from its start without being emptied.
  */
 GUESTPREP_API Bool AutoInstall_PrepareAnswerFileEx_Linux(

@@ -49,9 +49,11 @@ GUESTPREP_API Bool IniUtil_GetIniFileInt(const char *path, const char *section,
  * occurrence, or the section is added at the end of the file. `quoted`
  * writes the value between double quotes. Values are cut so that a line
  * stays within 1023 bytes; a key longer than 1019 bytes or a section name
- * longer than 1020 bytes is refused. FALSE, with the file unchanged, when it
- * cannot be read or replaced, holds a section header without ']', or would
- * grow past the size limit (about 512 KiB).
+ * longer than 1020 bytes is refused, and so is a section, key or value
+ * holding a line feed or a carriage return. FALSE, with the file unchanged,
+ * when it cannot be read or replaced (a file of another owner that the
+ * caller cannot give back to that owner included), holds a section header
+ * without ']', or would grow past the size limit (about 512 KiB).
  */
 GUESTPREP_API Bool IniUtil_WriteIniFileString(const char *path,
                                               const char *section,

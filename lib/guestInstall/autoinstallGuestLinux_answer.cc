@@ -6,9 +6,11 @@
 #include <cstring>
 
 #include "guestprep/autoinstall.h"
+#include "lib/guestInstall/autoinstallGuestLinux_escape.h"
 #include "platform/abi.h"
 #include "platform/fatal.h"
 #include "platform/hostio.h"
+#include "platform/unicode.h"
 
 namespace gp::autoinstall {
 namespace {
@@ -85,20 +87,15 @@ const char *autoyastPatterns(const char *osName, GuessVersion subVersion) {
   return kAutoyastOpensusePatterns;
 }
 
-// The values that every template draws from. The hashes are copied out of
-// the hash function's static buffer before the next one is made.
+// The password hashes that the templates draw from, copied out of the hash
+// function's static buffer before the next one is made. Each template
+// escapes the user's entries for the places they land in.
 struct PreparedValues {
-  std::string fullName;      // quotes escaped
-  std::string password;      // quotes escaped
-  std::string rootPassword;  // quotes escaped
   std::string passwordHash;
   std::string rootPasswordHash;
 };
 
 bool prepareValues(const LinuxAnswerInput &in, PreparedValues &v) {
-  v.fullName = autoInstallEscapeQuotes(in.fullName);
-  v.password = autoInstallEscapeQuotes(in.password);
-  v.rootPassword = autoInstallEscapeQuotes(in.rootPassword);
   const char *hash = autoInstallCryptPassword(in.password);
   if (hash == nullptr) {
     return false;
@@ -112,11 +109,21 @@ bool prepareValues(const LinuxAnswerInput &in, PreparedValues &v) {
   return true;
 }
 
-std::string kickstartText(const LinuxAnswerInput &in, const PreparedValues &v) {
+// Kickstart: the product key is a word of a kickstart command, the user
+// entries stand in shell commands of the %post script. Every line of the
+// file is a command or a section mark, so no entry may break a line.
+bool kickstartText(const LinuxAnswerInput &in, const PreparedValues &v,
+                   std::string &out) {
   const KickstartMarks m = kickstartMarks(in.osName, in.subVersion);
   const bool fedora14 = in.subVersion == GUESS_VERSION_FEDORA_14_OR_HIGHER;
   const bool haveKey = in.productKey != nullptr && in.productKey[0] != '\0';
-  return autoInstallFillTemplate(
+  if (!isOneLine(in.userName) || !isOneLine(in.fullName) ||
+      (haveKey && !isOneLine(in.productKey))) {
+    return false;
+  }
+  const std::string key = haveKey ? shellWord(in.productKey) : "--skip";
+  const std::string user = shellWord(in.userName);
+  out = autoInstallFillTemplate(
       kKickstartTemplate,
       {
           onOff(m.upTo4, "", "#"),                         // langsupport
@@ -127,38 +134,56 @@ std::string kickstartText(const LinuxAnswerInput &in, const PreparedValues &v) {
           v.rootPasswordHash,                              // rootpw
           onOff(in.powerOff, "poweroff", "reboot"),        // own line
           onOff(m.from5, "", "#"),                         // key
-          haveKey ? in.productKey : "--skip",              // key value
+          key,                                             // key value
           onOff(m.upTo4, " --resolvedeps", ""),            // %packages
           kickstartPackages(in.osName, in.subVersion, m),  // packages
           onOff(m.newSyntax, "", "#"),                     // %end of %packages
-          in.userName,                                     // adduser
+          user,                                            // adduser
           v.passwordHash,                                  // usermod -p
-          in.userName,                                     // usermod
-          v.fullName,                                      // chfn -f
-          in.userName,                                     // chfn
+          user,                                            // usermod
+          shellDoubleQuoted(in.fullName),                  // chfn -f
+          user,                                            // chfn
           onOff(m.newSyntax, "", "#"),                     // %end of %post
       });
+  return true;
 }
 
-bool preseedText(const LinuxAnswerInput &in, const PreparedValues &v,
-                 std::string &out) {
+// Preseed: each entry is the rest of a debconf selection line, taken as it
+// stands. The full name keeps its quotes escaped, as it always had them.
+bool preseedText(const LinuxAnswerInput &in, std::string &out) {
+  const std::string fullName = autoInstallEscapeQuotes(in.fullName);
+  if (!fitsDebconfValue(fullName) || !fitsDebconfValue(in.userName)) {
+    return false;
+  }
   // The installer's user gets a hash of its own; the administrator has no
   // password on Ubuntu.
   const char *hash = autoInstallCryptPassword(in.password);
   if (hash == nullptr) {
     return false;
   }
-  out = autoInstallFillTemplate(kPreseedTemplate,
-                                {v.fullName, in.userName, hash,
-                                 onOff(in.powerOff, "poweroff", "reboot")});
+  out = autoInstallFillTemplate(
+      kPreseedTemplate,
+      {fullName, in.userName, hash, onOff(in.powerOff, "poweroff", "reboot")});
   return true;
 }
 
-std::string autoyastText(AutoInstallLinuxKind kind, const LinuxAnswerInput &in,
-                         const PreparedValues &v) {
-  // The full name stands in a character-data section, where quotes need no
-  // escaping; the validation refuses "]]>" in it.
-  return autoInstallFillTemplate(
+// An XML document is UTF-8 text without control characters but tab and
+// line breaks, and without the two non-characters U+FFFE and U+FFFF; a line
+// break would not survive in a user's name.
+bool fitsXml(std::string_view text) {
+  std::u16string units;
+  return isOneLine(text) && utf8ToUtf16(text, units) &&
+         units.find_first_of(u"\uFFFE\uFFFF") == std::u16string::npos;
+}
+
+// AutoYaST: the user name is element content; the full name stands in a
+// character-data section, where quotes need no escaping.
+bool autoyastText(AutoInstallLinuxKind kind, const LinuxAnswerInput &in,
+                  const PreparedValues &v, std::string &out) {
+  if (!fitsXml(in.userName) || !fitsXml(in.fullName)) {
+    return false;
+  }
+  out = autoInstallFillTemplate(
       kAutoyastTemplate,
       {
           autoyastPatterns(in.osName, in.subVersion),
@@ -166,16 +191,27 @@ std::string autoyastText(AutoInstallLinuxKind kind, const LinuxAnswerInput &in,
           onOff(startsWith(in.osName, "sles"), "gdm", "kdm"),  // display
           v.rootPasswordHash,                                  // root
           v.passwordHash,                                      // the user
-          in.userName,                                         // username
-          in.fullName,                                         // forename
+          xmlText(in.userName),                                // username
+          xmlCdata(in.fullName),                               // forename
           onOff(kind == LINUX_KIND_SUSE10, "hda", "sr0"),      // tools CD
       });
+  return true;
 }
 
-std::string mandrivaText(const LinuxAnswerInput &in, const PreparedValues &v) {
-  return autoInstallFillTemplate(
+// Mandriva: Perl strings, the user name single-quoted, the full name and
+// the plain-text passwords double-quoted. A Perl string may span lines, so
+// only the names, which the installer writes into one-line records, must
+// be one line.
+bool mandrivaText(const LinuxAnswerInput &in, std::string &out) {
+  if (!isOneLine(in.userName) || !isOneLine(in.fullName)) {
+    return false;
+  }
+  const std::string user = perlSingleQuoted(in.userName);
+  out = autoInstallFillTemplate(
       kMandrivaTemplate,
-      {in.userName, v.fullName, in.userName, v.password, v.rootPassword});
+      {user, perlDoubleQuoted(in.fullName), user, perlDoubleQuoted(in.password),
+       perlDoubleQuoted(in.rootPassword)});
+  return true;
 }
 
 // Creates the one directory level below an existing parent; an existing
@@ -208,23 +244,20 @@ bool prepareAnswerFile(const char *osName, GuessVersion subVersion,
   }
   const std::string path = autoInstallLinuxAnswerPath(kind, outDir);
 
-  // Written from its start without emptying it first. A link is not
-  // followed, so nothing is written outside the caller's directory, and a
-  // FIFO or device in the file's place cannot block or swallow the text.
-  UniqueFd fd = openFile(path.c_str(),
-                         O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600);
-  if (!fd.valid()) {
-    return false;
-  }
-  struct stat st;
-  if (hostOps().fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
-    return false;
-  }
-
+  // The text first: entries it cannot hold leave no file behind.
   const LinuxAnswerInput in = {osName,   subVersion,   userName,   fullName,
                                password, rootPassword, productKey, powerOff};
   std::string text;
   if (!autoInstallLinuxAnswerText(kind, in, text)) {
+    return false;
+  }
+
+  // Written from its start without emptying it first. A link is not
+  // followed, so nothing is written outside the caller's directory, and a
+  // FIFO or device in the file's place cannot block or swallow the text.
+  UniqueFd fd =
+      openUntrustedFile(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW, 0600);
+  if (!fd.valid()) {
     return false;
   }
   const bool written = writeFull(fd.get(), text.data(), text.size());
@@ -285,17 +318,14 @@ bool autoInstallLinuxAnswerText(AutoInstallLinuxKind kind,
   }
   switch (kind) {
     case LINUX_KIND_REDHAT:
-      out = kickstartText(in, v);
-      return true;
+      return kickstartText(in, v, out);
     case LINUX_KIND_UBUNTU:
-      return preseedText(in, v, out);
+      return preseedText(in, out);
     case LINUX_KIND_SUSE11:
     case LINUX_KIND_SUSE10:
-      out = autoyastText(kind, in, v);
-      return true;
+      return autoyastText(kind, in, v, out);
     case LINUX_KIND_MANDRIVA:
-      out = mandrivaText(in, v);
-      return true;
+      return mandrivaText(in, out);
     case LINUX_KIND_NONE:
       break;
   }

@@ -76,8 +76,11 @@ struct LinuxAnswerInput {
   bool powerOff;
 };
 
-// The complete answer file of `kind` (not NONE) for `in`. False when a
-// password hash cannot be made.
+// The complete answer file of `kind` (not NONE) for `in`, every entry
+// escaped for the place it lands in. False when a password hash cannot be
+// made, or when an entry cannot be written so that the installer reads it
+// literally (a line break in a name or product key, a debconf value ending
+// in a backslash, text that is not UTF-8 in XML).
 bool autoInstallLinuxAnswerText(AutoInstallLinuxKind kind,
                                 const LinuxAnswerInput &in, std::string &out);
 

@@ -68,7 +68,7 @@ bool getFile(FatHandle dir, const char *name, const char *hostPath) {
   if (fat::openFile(dir, name, file.out()) != fat::FAT_OK) {
     return false;
   }
-  host = openFile(hostPath, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  host = openUntrustedFile(hostPath, O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (!host.valid()) {
     return false;
   }
@@ -101,7 +101,7 @@ bool addFile(FatHandle dir, const char *hostPath, const char *name) {
   if (hostPath == nullptr || name == nullptr) {
     return false;
   }
-  UniqueFd host = openFile(hostPath, O_RDONLY);
+  UniqueFd host = openUntrustedFile(hostPath, O_RDONLY);
   if (!host.valid()) {
     return false;
   }

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -102,13 +103,7 @@ class PieceReader {
 // Opens a regular file for reading. Devices and pipes are refused: an
 // endless stream of bytes would keep the reader going for ever.
 UniqueFd openIniFile(const char *path) {
-  UniqueFd fd = openFile(path, O_RDONLY);
-  struct stat st;
-  if (fd.valid() &&
-      (hostOps().fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))) {
-    fd.reset();
-  }
-  return fd;
+  return openUntrustedFile(path, O_RDONLY);
 }
 
 // The text of a piece is what a C string holds: a NUL byte ends it.
@@ -403,6 +398,15 @@ bool writeIniFileString(const char *path, const char *section, const char *key,
   // Names whose new lines could not be read back whole.
   if (sectionName.size() > kMaxSectionName || keyName.size() > kMaxKeyName) {
     return false;
+  }
+  // A line break would end the new line early and make the rest a line of
+  // its own: another key, or another section. (A NUL cannot occur inside a
+  // C string; it ends the text.)
+  for (std::string_view text :
+       {sectionName, keyName, std::string_view(value)}) {
+    if (text.find_first_of("\r\n") != std::string_view::npos) {
+      return false;
+    }
   }
   Output out;
   {
