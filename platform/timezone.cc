@@ -1,8 +1,6 @@
 // The host's time zone in Windows terms, from the shipped zone tables.
 #include "platform/timezone.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -93,22 +91,13 @@ std::string_view zoneFromPath(std::string_view path) {
   return zone;
 }
 
-// The first line of a small regular file; "" when it cannot be read. The
-// open does not block on a FIFO.
+// The first line of a small regular file; "" when it cannot be read.
 std::string firstLineOf(const char *path) {
-  UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  struct stat st;
-  if (!fd.valid() || hostOps().fstat(fd.get(), &st) != 0 ||
-      !S_ISREG(st.st_mode)) {
+  std::string text;
+  if (!readWholeFile(path, text, 4096)) {
     return {};
   }
-  char buf[256];
-  ssize_t n = preadFull(fd.get(), buf, sizeof buf - 1, 0);
-  if (n <= 0) {
-    return {};
-  }
-  std::string_view text(buf, static_cast<size_t>(n));
-  return std::string(trim(text.substr(0, text.find('\n'))));
+  return std::string(trim(std::string_view(text).substr(0, text.find('\n'))));
 }
 
 struct Override {

@@ -2,9 +2,6 @@
 // answer file "autoun~0.xml" for Windows Vista and later, and optionally
 // storePwd.ini for the guest program that keeps automatic logon. Each is a
 // copy of a caller's template with the user's values set in it.
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cstring>
 #include <string>
 
@@ -136,23 +133,10 @@ struct Plan {
   MallocPtr<char> tzName;
 };
 
-// Reads a template: a regular file of bounded size, opened without
-// blocking on a FIFO or device.
+// A template: a regular file of bounded size, opened without waiting on a
+// FIFO or device.
 bool readTemplate(const char *path, std::string &out) {
-  UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  struct stat st;
-  if (!fd.valid() || hostOps().fstat(fd.get(), &st) != 0 ||
-      !S_ISREG(st.st_mode) ||
-      static_cast<unsigned long long>(st.st_size) > kMaxTemplateSize) {
-    return false;
-  }
-  out.resize(static_cast<size_t>(st.st_size));
-  ssize_t n = preadFull(fd.get(), out.data(), out.size(), 0);
-  if (n < 0) {
-    return false;
-  }
-  out.resize(static_cast<size_t>(n));
-  return true;
+  return readWholeFile(path, out, kMaxTemplateSize);
 }
 
 // Copies a template over its working copy; the copy appears whole or not
