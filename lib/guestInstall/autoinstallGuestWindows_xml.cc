@@ -41,6 +41,24 @@ xmlNode *firstNode(const ObjectPtr &result) {
   return result->nodesetval->nodeTab[0];
 }
 
+// Keeps libxml2's context-free messages (a failed encoding conversion, for
+// one) off the host's standard error while a template is parsed; the
+// handler is per thread and restored afterwards.
+class QuietErrors {
+ public:
+  QuietErrors() : savedFn_(xmlGenericError), savedCtx_(xmlGenericErrorContext) {
+    xmlSetGenericErrorFunc(nullptr, ignore);
+  }
+  ~QuietErrors() { xmlSetGenericErrorFunc(savedCtx_, savedFn_); }
+  QuietErrors(const QuietErrors &) = delete;
+  QuietErrors &operator=(const QuietErrors &) = delete;
+
+ private:
+  static void ignore(void *, const char *, ...) {}
+  xmlGenericErrorFunc savedFn_;
+  void *savedCtx_;
+};
+
 }  // namespace
 
 DocPtr parseTemplate(const std::string &text) {
@@ -48,6 +66,7 @@ DocPtr parseTemplate(const std::string &text) {
     return nullptr;
   }
   xmlInitParser();
+  QuietErrors quiet;
   int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
   DocPtr doc(xmlReadMemory(text.data(), static_cast<int>(text.size()),
                            "autoun~0.xml", nullptr, options));
@@ -127,12 +146,13 @@ bool addFirstLogonCommand(xmlDoc *doc, const char *commandLine) {
   }
   xmlNode *lastOrder = orders->nodeTab[orders->nodeNr - 1];
   XmlCharPtr text(xmlNodeGetContent(lastOrder));
-  long next =
-      (text ? str::parseLong(reinterpret_cast<const char *>(text.get())) : 0) +
-      1;
-  if (next < 0 || next > 999) {
+  long last =
+      text ? str::parseLong(reinterpret_cast<const char *>(text.get())) : 0;
+  // The number must stay within three digits.
+  if (last < 0 || last >= 999) {
     return false;
   }
+  long next = last + 1;
   char number[4];
   std::snprintf(number, sizeof number, "%ld", next);
 
@@ -159,9 +179,17 @@ bool addFirstLogonCommand(xmlDoc *doc, const char *commandLine) {
 }
 
 bool serialise(xmlDoc *doc, std::string &out) {
+  // Windows Setup reads UTF-8 and UTF-16; a template declaring anything
+  // else is written out as UTF-8.
+  const char *declared = reinterpret_cast<const char *>(doc->encoding);
+  const char *encoding = "UTF-8";
+  if (declared != nullptr && (str::startsWithCaseless(declared, "utf-8") ||
+                              str::startsWithCaseless(declared, "utf-16"))) {
+    encoding = declared;
+  }
   xmlChar *mem = nullptr;
   int size = 0;
-  xmlDocDumpMemory(doc, &mem, &size);
+  xmlDocDumpMemoryEnc(doc, &mem, &size, encoding);
   XmlCharPtr owner(mem);
   if (mem == nullptr || size < 0) {
     return false;
