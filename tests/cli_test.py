@@ -85,6 +85,8 @@ class FileErrors(Tmp):
             (("answer-file", "--os", "fedora", "--out", plain + "/out", "--user", "u",
               "--full-name", "U", "--password", "p", "--root-password", "r"),
              1, plain + "/out", "Not a directory"),
+            (("prepare", "windows", missing, "--out", self.tmp, "--user", "u", "--password", "p"),
+             2, missing, "No such file or directory"),
         ]
         for args, status, path, reason in cases:
             with self.subTest(args[0], path=path):

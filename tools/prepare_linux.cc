@@ -16,6 +16,7 @@
 #include "guestprep/guess.h"
 #include "tools/cli.h"
 #include "tools/json.h"
+#include "tools/prepare.h"
 
 namespace gp::cli {
 namespace {
@@ -39,12 +40,7 @@ struct PrepareOptions {
 };
 
 bool parseOptions(const Args &args, PrepareOptions &opt) {
-  if (args.empty() || args[0] != "linux") {
-    std::fprintf(stderr, "guestprep %s: the first argument must be 'linux'\n",
-                 kName);
-    return false;
-  }
-  for (size_t i = 1; i < args.size(); ++i) {
+  for (size_t i = 0; i < args.size(); ++i) {
     auto it = opt.values.find(args[i]);
     if (args[i] == "--json") {
       opt.json = true;
@@ -225,6 +221,8 @@ void printProducts(const PrepareOptions &opt, const Products &p) {
                  {"tools", field(p.tools)}});
 }
 
+}  // namespace
+
 int prepareLinux(const Args &args) {
   PrepareOptions opt;
   if (!parseOptions(args, opt)) {
@@ -269,15 +267,5 @@ int prepareLinux(const Args &args) {
   printProducts(opt, products);
   return 0;
 }
-
-}  // namespace
-
-GP_COMMAND(kName,
-           "linux IMAGE --out DIR --user U --full-name F --password P "
-           "--root-password R [--tools-dir D] [--template-dir D] "
-           "[--master TOOL] [--json]",
-           "make the boot ISO, floppy and tools files of an unattended Linux "
-           "installation",
-           prepareLinux);
 
 }  // namespace gp::cli

@@ -194,6 +194,25 @@ GUESTPREP_API Bool AutoInstall_AddTools_Linux(const char *destDir,
 
 /* ---- Windows answer files ---- */
 
+/*
+ * Writes the Windows answer files into workDir: "winnt.sif" (text-mode
+ * installer), "autoun~0.xml" (Windows Vista and later) and, when
+ * storePwdTemplatePath is not NULL, "storePwd.ini", each a copy of its
+ * template with the user's values set. productKey, kmsHost, userName,
+ * password, language and imageName may be NULL or empty: a missing value is
+ * not set (language defaults to "en-US" for Windows Vista and later, else
+ * "English"). guestID must be a Windows guest identifier. keepAutoLogon
+ * TRUE keeps automatic logon on after the first logon. Returns TRUE when
+ * the files were written; FALSE on failure, logged, with the copies made so
+ * far left in workDir. Every file appears whole or not at all.
+ */
+GUESTPREP_API Bool AutoInstall_PrepareAnswerFileEx(
+    const char *winntTemplatePath, const char *unattendTemplatePath,
+    const char *storePwdTemplatePath, const char *productKey,
+    const char *kmsHost, const char *userName, const char *password,
+    const char *guestID, const char *workDir, const char *language,
+    const char *imageName, Bool keepAutoLogon);
+
 /* ---- Windows boot floppy ---- */
 
 /* ---- Windows product names ---- */

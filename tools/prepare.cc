@@ -1,0 +1,42 @@
+// guestprep prepare FAMILY IMAGE ...: the family word picks the journey
+// from an installation image to what the new machine boots from.
+#include "tools/prepare.h"
+
+#include <cstdio>
+
+namespace gp::cli {
+namespace {
+
+constexpr const char kName[] = "prepare";
+
+int prepare(const Args &args) {
+  if (!args.empty()) {
+    Args rest(args.begin() + 1, args.end());
+    if (args[0] == "linux") {
+      return prepareLinux(rest);
+    }
+    if (args[0] == "windows") {
+      return prepareWindows(rest);
+    }
+  }
+  std::fprintf(stderr,
+               "guestprep %s: the first argument must be 'linux' or "
+               "'windows'\n",
+               kName);
+  return usageError(kName);
+}
+
+}  // namespace
+
+GP_COMMAND(kName,
+           "linux IMAGE --out DIR --user U --full-name F --password P "
+           "--root-password R [--tools-dir D] [--template-dir D] "
+           "[--master TOOL] [--json]\n"
+           "       guestprep prepare windows IMAGE --out DIR --user U "
+           "--password P [--product-key K] [--kms HOST] [--image NAME] "
+           "[--keep-autologon] [--json]",
+           "make the answer files and boot media of an unattended "
+           "installation",
+           prepare);
+
+}  // namespace gp::cli
