@@ -14,10 +14,10 @@
 
 namespace {
 
-std::string hostileImage(const char *name, const gp::test::HostileIso &spec) {
+std::string hostileImage(const char *name, const gp::test::HostileIso &shape) {
   std::filesystem::create_directories(gp::bench::fixtureDir());
   std::string path = (gp::bench::fixtureDir() / name).string();
-  if (!gp::test::writeHostileIso(path, spec)) {
+  if (!gp::test::writeHostileIso(path, shape)) {
     std::fprintf(stderr, "cannot write %s\n", path.c_str());
     std::exit(1);
   }

@@ -181,7 +181,7 @@ TEST(Driver, HostileImagesCostLittle) {
   gp::test::TempDir tmp;
   const struct {
     const char *what;
-    gp::test::HostileIso spec;
+    gp::test::HostileIso shape;
     int result;
   } cases[] = {
       {"100 records, self-continuing areas", {100, 65536}, GUESS_NOT_FOUND},
@@ -191,7 +191,7 @@ TEST(Driver, HostileImagesCostLittle) {
   for (const auto &c : cases) {
     SCOPED_TRACE(c.what);
     const std::string path = tmp / "hostile.iso";
-    ASSERT_TRUE(gp::test::writeHostileIso(path, c.spec));
+    ASSERT_TRUE(gp::test::writeHostileIso(path, c.shape));
     GuessInfo info, zero{};
     std::memset(&info, 0xAB, sizeof info);
     PreadCounter reads;

@@ -328,7 +328,7 @@ TEST(IsoImageHostile, RepeatedWalksDoNotRepeatTheWork) {
   TempDir dir;
   const struct {
     const char *what;
-    test::HostileIso spec;
+    test::HostileIso shape;
     size_t listed;  // 0: cut short by the budget
   } cases[] = {
       {"100 records, self-continuing 64 KiB areas", {100, 65536}, 100},
@@ -338,7 +338,7 @@ TEST(IsoImageHostile, RepeatedWalksDoNotRepeatTheWork) {
   for (const auto &c : cases) {
     SCOPED_TRACE(c.what);
     const std::string path = dir / "hostile.iso";
-    ASSERT_TRUE(test::writeHostileIso(path, c.spec));
+    ASSERT_TRUE(test::writeHostileIso(path, c.shape));
     ASSERT_EQ(listFormats(path.c_str()),
               uint32_t{FORMAT_ISO9660 | FORMAT_ROCKRIDGE});
     ImagePtr image = openImage(path, FORMAT_ROCKRIDGE);

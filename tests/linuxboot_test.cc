@@ -284,9 +284,9 @@ TEST_F(LinuxBoot, RefusesHostileDiscs) {
     std::string out = tmp / (std::string(c.name) + "-out");
     writeTree(disc, c.tree);
     if (c.link != nullptr) {
-      std::string spec = c.link;
-      fs::create_symlink(spec.substr(spec.find('>') + 1),
-                         disc + "/" + spec.substr(0, spec.find('>')));
+      std::string entry = c.link;
+      fs::create_symlink(entry.substr(entry.find('>') + 1),
+                         disc + "/" + entry.substr(0, entry.find('>')));
     }
     log.clear();
     EXPECT_EQ(FALSE, AutoInstall_ScanDisk(disc.c_str(), out.c_str(), "ubuntu",

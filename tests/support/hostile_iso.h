@@ -71,40 +71,41 @@ inline std::vector<uint8_t> record(uint32_t extent, uint32_t size,
 }  // namespace hostile
 
 // Writes the image to `path`; false when it cannot be written.
-inline bool writeHostileIso(const std::string &path, const HostileIso &spec) {
+inline bool writeHostileIso(const std::string &path, const HostileIso &shape) {
   using namespace hostile;
   // Sectors: 16 primary descriptor, 17 terminator, 18.. the continuation
   // area (starting one byte into its sector, so that it crosses sectors),
   // then the root directory.
   const uint32_t areaBlock = 18;
   const uint32_t areaSectors =
-      spec.areaLength == 0 ? 0 : (1 + spec.areaLength + kSector - 1) / kSector;
+      shape.areaLength == 0 ? 0
+                            : (1 + shape.areaLength + kSector - 1) / kSector;
   const uint32_t rootBlock = areaBlock + areaSectors;
 
   std::vector<std::vector<uint8_t>> records;
   std::vector<uint8_t> self;
-  if (spec.rockRidge) {
+  if (shape.rockRidge) {
     self = {'S', 'P', 7, 1, 0xBE, 0xEF, 0};
     putEntry(self, "RR", {0x81});
   }
   records.push_back(record(rootBlock, 0, 2, std::string(1, '\0'), self));
   records.push_back(record(rootBlock, 0, 2, std::string(1, '\1'), {}));
-  for (uint32_t i = 0; i < spec.records; ++i) {
+  for (uint32_t i = 0; i < shape.records; ++i) {
     char name[16];
     std::snprintf(name, sizeof name, "F%07u", i);
     std::vector<uint8_t> su;
-    if (spec.rockRidge) {
+    if (shape.rockRidge) {
       std::vector<uint8_t> nm{0, 'f'};  // the name in lower case
       nm.insert(nm.end(), name + 1, name + 8);
       putEntry(su, "NM", nm);
     }
-    if (static_cast<int64_t>(i) == spec.badChildLinkAt) {
+    if (static_cast<int64_t>(i) == shape.badChildLinkAt) {
       std::vector<uint8_t> cl(8);
       put32(cl, 0, 0x00FFFFFF);
       putEntry(su, "CL", cl);
     }
-    if (spec.areaLength != 0) {
-      putContinuation(su, areaBlock, 1, spec.areaLength);
+    if (shape.areaLength != 0) {
+      putContinuation(su, areaBlock, 1, shape.areaLength);
     }
     records.push_back(record(rootBlock, 0, 0, std::string(name) + ".;1", su));
   }
@@ -138,10 +139,10 @@ inline bool writeHostileIso(const std::string &path, const HostileIso &spec) {
   end[0] = 255;
   std::copy_n("CD001", 5, end + 1);
   end[6] = 1;
-  if (spec.areaLength != 0) {
+  if (shape.areaLength != 0) {
     // The area continues into itself; "ST" ends each pass cleanly.
     std::vector<uint8_t> area;
-    putContinuation(area, areaBlock, 1, spec.areaLength);
+    putContinuation(area, areaBlock, 1, shape.areaLength);
     putEntry(area, "ST", {});
     std::copy(area.begin(), area.end(),
               image.begin() + areaBlock * kSector + 1);
