@@ -9,6 +9,7 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "lib/medium/wim.h"
 #include "support/fixtures.h"
 
 namespace {
@@ -337,6 +338,136 @@ TEST(MediumBoot, NoCatalogMeansNoBiosBoot) {
   EXPECT_TRUE(doc["editions"].empty());
   EXPECT_TRUE(doc["language"].is_null());
   EXPECT_EQ("GUESS_NOT_FOUND", doc["guess"]["resultName"]);
+}
+
+// A Windows disc made by genisoimage -udf from a directory that `script`
+// fills (run in an empty directory holding disc/sources/), cached by the
+// script's text.
+std::string windowsDisc(const std::string &script) {
+  std::string out = std::string(GP_BINARY_DIR) + "/fixtures/windows-" +
+                    std::to_string(std::hash<std::string>()(script)) + ".iso";
+  if (gp::test::fileExists(out)) {
+    return out;
+  }
+  gp::test::TempDir tmp;
+  std::string cmd = "set -e; cd " + gp::test::shellQuote(tmp.path()) +
+                    "; mkdir -p src disc/sources; echo hi > src/a.txt; " +
+                    script +
+                    "\n genisoimage -quiet -udf -J -R -V CCCOMA_X64FRE_EN-US "
+                    "-o disc.iso disc; mkdir -p " +
+                    gp::test::shellQuote(GP_BINARY_DIR) +
+                    "/fixtures; mv disc.iso " + gp::test::shellQuote(out);
+  EXPECT_EQ(0, gp::test::runCommand("(" + cmd + ") >/dev/null 2>&1")) << cmd;
+  return out;
+}
+
+// wimlib-imagex info arguments that give image `index` the properties of
+// a real install image.
+std::string windowsProps(const std::string &wim, int index, int arch,
+                         const char *edition, const char *type, int build,
+                         const char *language) {
+  return " wimlib-imagex info " + wim + " " + std::to_string(index) +
+         " --image-property WINDOWS/ARCH=" + std::to_string(arch) +
+         " --image-property WINDOWS/EDITIONID=" + edition +
+         " --image-property 'WINDOWS/INSTALLATIONTYPE=" + type + "'" +
+         " --image-property WINDOWS/VERSION/MAJOR=10"
+         " --image-property WINDOWS/VERSION/MINOR=0"
+         " --image-property WINDOWS/VERSION/BUILD=" +
+         std::to_string(build) +
+         " --image-property WINDOWS/LANGUAGES/DEFAULT=" + language + ";";
+}
+
+TEST(MediumWindows, EditionsOfAnInstallWimAndTheLanguageOfLangIni) {
+  const std::string wim = "disc/sources/install.wim";
+  std::string iso = windowsDisc(
+      "wimlib-imagex capture src " + wim + " 'Windows 10 Home';" +
+      "wimlib-imagex append src " + wim + " 'Windows 10 Pro';" +
+      windowsProps(wim, 1, 9, "Core", "Client", 22000, "de-DE") +
+      windowsProps(wim, 2, 9, "Professional", "Client", 22000, "de-DE") +
+      "wimlib-imagex info " + wim +
+      " 2 --image-property 'DISPLAYNAME=Windows 11 Pro';"
+      "printf '[Available UI Languages]\r\nfr-FR = 3\r\n' > "
+      "disc/sources/lang.ini");
+  Json doc = describe(iso);
+  // Early Windows 11 images still carry Windows 10 names: the build decides.
+  EXPECT_EQ("win11", doc["os"]["id"]);
+  EXPECT_EQ("windows", doc["os"]["family"]);
+  EXPECT_EQ("10.0.22000", doc["os"]["version"]);
+  EXPECT_EQ("windows-setup", doc["os"]["installer"]);
+  EXPECT_EQ("fr-FR", doc["language"]);
+  ASSERT_EQ(2u, doc["editions"].size());
+  EXPECT_EQ(Json::parse(R"({"index":2,"name":"Windows 10 Pro",
+      "display_name":"Windows 11 Pro","edition_id":"Professional",
+      "installation_type":"Client","build":22000,"arch":"x86_64"})"),
+            doc["editions"][1]);
+  EXPECT_EQ(Json::parse(R"(["sources/install.wim","sources/lang.ini"])"),
+            doc["evidence"]);
+}
+
+TEST(MediumWindows, SolidEsdOfServerEditions) {
+  const std::string esd = "disc/sources/install.esd";
+  std::string iso = windowsDisc(
+      "wimlib-imagex capture --solid src " + esd +
+      " 'Windows Server 2022 SERVERSTANDARDCORE';" +
+      "wimlib-imagex append --solid src " + esd +
+      " 'Windows Server 2022 SERVERSTANDARD';" +
+      windowsProps(esd, 1, 12, "ServerStandard", "Server Core", 20348,
+                   "en-US") +
+      windowsProps(esd, 2, 12, "ServerStandard", "Server", 20348, "en-US"));
+  Json doc = describe(iso);
+  EXPECT_EQ("win2k22", doc["os"]["id"]);
+  EXPECT_EQ("aarch64", doc["os"]["arch"]);
+  EXPECT_EQ("en-US", doc["language"]);  // from the XML: no lang.ini
+  ASSERT_EQ(2u, doc["editions"].size());
+  EXPECT_EQ("Server Core", doc["editions"][0]["installation_type"]);
+}
+
+TEST(MediumWindows, BrokenHeadersGiveNoEditionsButTheDiscIsDescribed) {
+  // The XML resource claims 1 MiB at offset 0x100 of a 512-byte file, or
+  // an absurd size, or points at bytes that are not XML.
+  const char *headers[] = {
+      "MSWIM\\0\\0\\0\\0320\\0\\0\\0",
+      "MSWIM\\0\\0\\0",
+  };
+  for (const char *h : headers) {
+    SCOPED_TRACE(h);
+    std::string iso = windowsDisc(
+        std::string("head -c 512 /dev/urandom > disc/sources/install.wim; "
+                    "printf '") +
+        h +
+        "' | dd of=disc/sources/install.wim conv=notrunc status=none; "
+        "printf '\\377\\377\\377\\377\\377\\377\\377\\0' | dd "
+        "of=disc/sources/install.wim bs=1 seek=72 conv=notrunc status=none");
+    Json doc = describe(iso);
+    EXPECT_EQ("win", doc["os"]["distro"]);
+    EXPECT_TRUE(doc["editions"].empty());
+  }
+}
+
+TEST(MediumWindows, TheBuildDecidesTheRelease) {
+  struct {
+    const char *type;
+    uint32_t build;
+    const char *id;
+  } cases[] = {
+      {"Client", 9600, "win8.1"},
+      {"Client", 19045, "win10"},
+      {"Client", 21999, "win10"},
+      {"Client", 22000, "win11"},
+      {"Client", 26100, "win11"},
+      {"Server", 9600, "win2k12r2"},
+      {"Server Core", 14393, "win2k16"},
+      {"Server", 17763, "win2k19"},
+      {"Server", 20348, "win2k22"},
+      {"Server Core", 26100, "win2k25"},
+      {"Client", 9200, ""},
+  };
+  for (const auto &c : cases) {
+    gp::medium::Edition e;
+    e.installationType = c.type;
+    e.build = c.build;
+    EXPECT_EQ(c.id, gp::medium::windowsId(e)) << c.type << " " << c.build;
+  }
 }
 
 TEST(MediumErrors, UnreadableImagesSetErrno) {

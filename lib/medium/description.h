@@ -37,6 +37,7 @@ struct Edition {
   std::string installationType;
   uint32_t build = 0;
   std::string arch;
+  std::string version;  // MAJOR.MINOR.BUILD as the XML gives them
 };
 
 struct BootImage {

@@ -354,10 +354,4 @@ bool describeDebian(MediumFiles &files, Description &out) {
   return true;
 }
 
-bool describeWindows(MediumFiles &files, Description &out) {
-  (void)files;
-  (void)out;
-  return false;
-}
-
 }  // namespace gp::medium
