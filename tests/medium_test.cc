@@ -327,6 +327,66 @@ TEST(MediumBoot, SuseLoaderDirectoryKeepsItsConfig) {
   EXPECT_EQ("sle15sp4", doc["os"]["id"]);
 }
 
+// GRUB's own BIOS El Torito image and a FAT EFI system image holding its
+// EFI loader, made once by grub-mkimage, mkfs.fat and mtools.
+struct GrubImages {
+  std::string bios, efi;
+};
+
+GrubImages grubImages() {
+  std::string dir = std::string(GP_BINARY_DIR) + "/fixtures";
+  GrubImages g{dir + "/grub-eltorito.img", dir + "/grub-efiboot.img"};
+  if (gp::test::fileExists(g.bios) && gp::test::fileExists(g.efi)) {
+    return g;
+  }
+  std::string d = gp::test::shellQuote(dir);
+  std::string cmd =
+      "set -e; mkdir -p " + d + "; cd " + d +
+      "; grub-mkimage -O i386-pc-eltorito -p /boot/grub -o grub-eltorito.tmp "
+      "biosdisk iso9660 normal configfile"
+      "; grub-mkimage -O x86_64-efi -p /EFI/BOOT -o grub-bootx64.efi "
+      "iso9660 fat part_gpt normal configfile"
+      "; rm -f grub-efiboot.tmp; mkfs.fat -C grub-efiboot.tmp 4096"
+      "; mmd -i grub-efiboot.tmp ::/EFI ::/EFI/BOOT"
+      "; mcopy -i grub-efiboot.tmp grub-bootx64.efi ::/EFI/BOOT/BOOTX64.EFI"
+      "; mv grub-eltorito.tmp grub-eltorito.img"
+      "; mv grub-efiboot.tmp grub-efiboot.img";
+  EXPECT_EQ(0, gp::test::runCommand("(" + cmd + ") >/dev/null 2>&1")) << cmd;
+  return g;
+}
+
+TEST(MediumBoot, GrubOnlyDiscs) {
+  GrubImages grub = grubImages();
+  struct {
+    const char *label;
+    const char *biosImage;
+    const char *efiImage;
+    const char *config;
+  } cases[] = {
+      {"Fedora 37 and later, RHEL 10", "images/eltorito.img",
+       "images/efiboot.img", "boot/grub2/grub.cfg"},
+      {"Ubuntu 21.10 and later", "boot/grub/i386-pc/eltorito.img",
+       "boot/grub/efi.img", "boot/grub/grub.cfg"},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.label);
+    std::string iso = bootableIso(
+        {{c.config, "menuentry x {\n}\n"}},
+        std::string("-b ") + c.biosImage +
+            " -no-emul-boot -boot-load-size 4 -boot-info-table "
+            "-eltorito-alt-boot -e " +
+            c.efiImage + " -no-emul-boot",
+        {{c.biosImage, grub.bios}, {c.efiImage, grub.efi}});
+    Json boot = describe(iso)["boot"];
+    EXPECT_EQ("grub", boot["bios"]);
+    EXPECT_EQ(c.config, boot["bios_config"]);
+    EXPECT_EQ(true, boot["uefi"]);
+    ASSERT_EQ(2u, boot["el_torito"].size());
+    EXPECT_EQ(c.biosImage, boot["el_torito"][0]["image"]);
+    EXPECT_EQ(c.efiImage, boot["el_torito"][1]["image"]);
+  }
+}
+
 TEST(MediumBoot, NoCatalogMeansNoBiosBoot) {
   Json doc = describe(gp::test::isoFromTree({{"readme.txt", "hello\n"}},
                                             gp::test::IsoFlavor::Joliet));
