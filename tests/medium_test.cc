@@ -11,6 +11,7 @@
 
 #include "lib/medium/wim.h"
 #include "support/fixtures.h"
+#include "support/udf_fixtures.h"
 
 namespace {
 
@@ -370,13 +371,13 @@ TEST(MediumBoot, GrubOnlyDiscs) {
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.label);
-    std::string iso = bootableIso(
-        {{c.config, "menuentry x {\n}\n"}},
-        std::string("-b ") + c.biosImage +
-            " -no-emul-boot -boot-load-size 4 -boot-info-table "
-            "-eltorito-alt-boot -e " +
-            c.efiImage + " -no-emul-boot",
-        {{c.biosImage, grub.bios}, {c.efiImage, grub.efi}});
+    std::string iso =
+        bootableIso({{c.config, "menuentry x {\n}\n"}},
+                    std::string("-b ") + c.biosImage +
+                        " -no-emul-boot -boot-load-size 4 -boot-info-table "
+                        "-eltorito-alt-boot -e " +
+                        c.efiImage + " -no-emul-boot",
+                    {{c.biosImage, grub.bios}, {c.efiImage, grub.efi}});
     Json boot = describe(iso)["boot"];
     EXPECT_EQ("grub", boot["bios"]);
     EXPECT_EQ(c.config, boot["bios_config"]);
@@ -502,6 +503,26 @@ TEST(MediumWindows, BrokenHeadersGiveNoEditionsButTheDiscIsDescribed) {
     EXPECT_EQ("win", doc["os"]["distro"]);
     EXPECT_TRUE(doc["editions"].empty());
   }
+}
+
+TEST(MediumWindows, FilesOnTheUdfSideOnly) {
+  // As on Microsoft's own discs, the ISO 9660 side holds nothing useful.
+  gp::test::TempDir tmp;
+  std::string wim = tmp / "install.wim";
+  ASSERT_EQ(0, gp::test::runCommand(
+                   "(set -e; cd " + gp::test::shellQuote(tmp.path()) +
+                   "; mkdir src; echo hi > src/a; wimlib-imagex capture src "
+                   "install.wim 'Windows Server 2025 SERVERDATACENTER';" +
+                   windowsProps("install.wim", 1, 9, "ServerDatacenter",
+                                "Server", 26100, "en-GB") +
+                   ") >/dev/null 2>&1"));
+  Json doc = describe(gp::test::pycdlibUdfFromTree(
+      {{"sources/install.wim", gp::test::readFile(wim)},
+       {"sources/lang.ini", "[Available UI Languages]\nja-JP = 3\n"}}));
+  EXPECT_EQ("win2k25", doc["os"]["id"]);
+  EXPECT_EQ("ja-JP", doc["language"]);
+  ASSERT_EQ(1u, doc["editions"].size());
+  EXPECT_EQ("Windows Server 2025 SERVERDATACENTER", doc["editions"][0]["name"]);
 }
 
 TEST(MediumWindows, TheBuildDecidesTheRelease) {

@@ -44,6 +44,7 @@ img::Error MediumFiles::open(const char *path) {
     return img::IMG_ERR_NOT_FOUND;
   }
   size_ = static_cast<uint64_t>(st.st_size);
+  path_ = path;
   if (S_ISBLK(st.st_mode)) {
     off_t end = lseek(fd_.get(), 0, SEEK_END);
     size_ = end < 0 ? 0 : static_cast<uint64_t>(end);
@@ -53,6 +54,7 @@ img::Error MediumFiles::open(const char *path) {
     return img::IMG_OK;
   }
   iso_ = nullptr;
+  udfTried_ = true;
   if (udf::open(path, &udf_) == img::IMG_OK) {
     return img::IMG_OK;
   }
@@ -76,6 +78,20 @@ uint64_t MediumFiles::bytesRead() const {
   return rawBytes_ + xmlBytes_ + iso::bytesRead(iso_) + udf::bytesRead(udf_);
 }
 
+uint64_t MediumFiles::budgetUsed() const {
+  return rawBytes_ + iso::bytesRead(iso_) + udf::bytesRead(udf_) - udfXmlBytes_;
+}
+
+UdfImage *MediumFiles::udfSide() {
+  if (!udfTried_) {
+    udfTried_ = true;
+    if (udf::open(path_.c_str(), &udf_) != img::IMG_OK) {
+      udf_ = nullptr;
+    }
+  }
+  return udf_;
+}
+
 std::optional<FoundFile> MediumFiles::resolve(const std::string &path) {
   if (iso_ == nullptr) {
     return std::nullopt;
@@ -87,7 +103,7 @@ std::optional<FoundFile> MediumFiles::resolve(const std::string &path) {
     return std::nullopt;
   }
   for (size_t i = 0; i < parts.size(); ++i) {
-    if (bytesRead() > kBudget ||
+    if (budgetUsed() > kBudget ||
         iso::findEntryCaseless(iso_, found.path.c_str(), parts[i].c_str(),
                                &entry) != iso::ISO_OK) {
       return std::nullopt;
@@ -112,7 +128,7 @@ bool MediumFiles::exists(const std::string &path) {
   if (iso_ != nullptr) {
     return resolve(path).has_value();
   }
-  if (udf_ == nullptr || bytesRead() > kBudget) {
+  if (udf_ == nullptr || budgetUsed() > kBudget) {
     return false;
   }
   udf::Dir *dir = nullptr;
@@ -149,27 +165,57 @@ std::optional<std::string> readIsoFile(IsoImage *iso, const iso::Entry &entry,
   return out;
 }
 
+// One file of the UDF side, opened by path and closed on destruction.
+class UdfFile {
+ public:
+  UdfFile(UdfImage *udf, const std::string &path) {
+    if (udf == nullptr) {
+      return;
+    }
+    size_t slash = path.rfind('/');
+    std::string dirPath =
+        slash == std::string::npos ? "" : path.substr(0, slash);
+    std::string name =
+        slash == std::string::npos ? path : path.substr(slash + 1);
+    if (udf::openDir(udf, nullptr, dirPath.c_str(), &dir_) != img::IMG_OK) {
+      dir_ = nullptr;
+      return;
+    }
+    if (udf::openFile(udf, dir_, name.c_str(), &file_) != img::IMG_OK) {
+      file_ = nullptr;
+    }
+  }
+  ~UdfFile() {
+    if (file_ != nullptr) udf::closeFile(file_);
+    if (dir_ != nullptr) udf::closeDir(dir_);
+  }
+  UdfFile(const UdfFile &) = delete;
+  UdfFile &operator=(const UdfFile &) = delete;
+  bool ok() const { return file_ != nullptr; }
+  udf::File *get() const { return file_; }
+
+ private:
+  udf::Dir *dir_ = nullptr;
+  udf::File *file_ = nullptr;
+};
+
+// At most `maxBytes` of a file of the UDF side, never more than the
+// budget whatever the file's size.
 std::optional<std::string> readUdfFile(UdfImage *udf, const std::string &path,
                                        size_t maxBytes) {
-  size_t slash = path.rfind('/');
-  std::string dirPath = slash == std::string::npos ? "" : path.substr(0, slash);
-  std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  udf::Dir *dir = nullptr;
-  if (udf::openDir(udf, nullptr, dirPath.c_str(), &dir) != img::IMG_OK) {
+  UdfFile file(udf, path);
+  if (!file.ok()) {
     return std::nullopt;
   }
-  udf::File *file = nullptr;
-  std::optional<std::string> out;
-  if (udf::openFile(udf, dir, name.c_str(), &file) == img::IMG_OK) {
-    char *contents = nullptr;
-    size_t length = 0;
-    if (udf::readFile(file, &contents, &length) == img::IMG_OK) {
-      out = std::string(contents, std::min(length, maxBytes));
-    }
-    std::free(contents);
-    udf::closeFile(file);
+  uint64_t size = udf::fileSize(file.get());
+  std::string out;
+  if (udf::readFileRange(
+          file.get(), 0,
+          static_cast<size_t>(std::min<uint64_t>(
+              size, std::min<uint64_t>(maxBytes, MediumFiles::kBudget))),
+          out) != img::IMG_OK) {
+    return std::nullopt;
   }
-  udf::closeDir(dir);
   return out;
 }
 
@@ -177,11 +223,14 @@ std::optional<std::string> readUdfFile(UdfImage *udf, const std::string &path,
 
 std::optional<std::string> MediumFiles::read(const std::string &path,
                                              size_t maxBytes) {
-  if (bytesRead() > kBudget) {
+  if (budgetUsed() > kBudget) {
     return std::nullopt;
   }
   if (iso_ != nullptr) {
     std::optional<FoundFile> found = resolve(path);
+    if (!found && udfSide() != nullptr) {
+      return readUdfFile(udf_, path, maxBytes);
+    }
     if (!found || found->isDirectory ||
         found->size > kBudget) {  // huge files are not read
       return std::nullopt;
@@ -208,7 +257,7 @@ std::optional<std::string> MediumFiles::read(const std::string &path,
 std::vector<FoundFile> MediumFiles::list(const std::string &path,
                                          size_t limit) {
   std::vector<FoundFile> out;
-  if (iso_ == nullptr || bytesRead() > kBudget) {
+  if (iso_ == nullptr || budgetUsed() > kBudget) {
     return out;
   }
   std::string base;
@@ -259,6 +308,39 @@ bool MediumFiles::readXml(uint64_t offset, size_t length, std::string &out) {
       preadFull(fd_.get(), out.data(), length, static_cast<off_t>(offset));
   xmlBytes_ += length;
   return got == static_cast<ssize_t>(length);
+}
+
+std::optional<uint64_t> MediumFiles::sizeOf(const std::string &path) {
+  if (std::optional<FoundFile> f = resolve(path)) {
+    return f->isDirectory ? std::nullopt : std::optional<uint64_t>(f->size);
+  }
+  UdfFile file(udfSide(), path);
+  if (!file.ok()) {
+    return std::nullopt;
+  }
+  return udf::fileSize(file.get());
+}
+
+bool MediumFiles::readRange(const std::string &path, uint64_t offset,
+                            size_t length, bool xml, std::string &out) {
+  if (std::optional<FoundFile> f = resolve(path)) {
+    if (f->isDirectory || offset > f->size || length > f->size - offset) {
+      return false;
+    }
+    uint64_t at = uint64_t{f->extent} * 2048 + offset;
+    return xml ? readXml(at, length, out) : readRaw(at, length, out);
+  }
+  UdfFile file(udfSide(), path);
+  uint64_t before = udf::bytesRead(udf_);
+  if (!file.ok() || (xml ? xmlBytes_ + udfXmlBytes_ + length > kXmlBudget
+                         : budgetUsed() + length > kBudget)) {
+    return false;
+  }
+  bool ok = udf::readFileRange(file.get(), offset, length, out) == img::IMG_OK;
+  if (xml) {
+    udfXmlBytes_ += udf::bytesRead(udf_) - before;
+  }
+  return ok;
 }
 
 }  // namespace gp::medium

@@ -68,6 +68,14 @@ class MediumFiles {
 
   // The same for the install image's XML, which has a budget of its own.
   bool readXml(uint64_t offset, size_t length, std::string &out);
+
+  // A large file that is read in pieces (the install image): its size, and
+  // `length` bytes from `offset` counted against the main budget, or the
+  // XML's when `xml`. ISO 9660 names first, then the UDF side, which on
+  // Windows discs is the only one that holds the files.
+  std::optional<uint64_t> sizeOf(const std::string &path);
+  bool readRange(const std::string &path, uint64_t offset, size_t length,
+                 bool xml, std::string &out);
   // Every byte read from the image file so far, by any reader.
   uint64_t bytesRead() const;
 
@@ -75,6 +83,12 @@ class MediumFiles {
 
  private:
   std::optional<FoundFile> resolve(const std::string &path);
+  // The UDF side of an image opened as ISO 9660, opened on first use.
+  UdfImage *udfSide();
+  uint64_t budgetUsed() const;
+  std::string path_;
+  bool udfTried_ = false;
+  uint64_t udfXmlBytes_ = 0;
 
   UniqueFd fd_;
   uint64_t size_ = 0;

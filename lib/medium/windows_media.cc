@@ -7,18 +7,15 @@
 namespace gp::medium {
 namespace {
 
-constexpr uint64_t kSector = 2048;
-
-std::vector<Edition> readEditions(MediumFiles &files, const FoundFile &wim,
-                                  std::string &language) {
+std::vector<Edition> readEditions(MediumFiles &files, const std::string &wim,
+                                  uint64_t size, std::string &language) {
   std::string header;
-  uint64_t start = uint64_t{wim.extent} * kSector;
   WimXmlLocation xml;
   std::string text;
-  if (wim.size < kWimHeaderSize ||
-      !files.readRaw(start, kWimHeaderSize, header) ||
-      !wimXmlLocation(ByteView(std::string_view(header)), wim.size, xml) ||
-      !files.readXml(start + xml.offset, xml.size, text)) {
+  if (size < kWimHeaderSize ||
+      !files.readRange(wim, 0, kWimHeaderSize, false, header) ||
+      !wimXmlLocation(ByteView(std::string_view(header)), size, xml) ||
+      !files.readRange(wim, xml.offset, xml.size, true, text)) {
     return {};
   }
   return parseWimXml(text, language);
@@ -74,19 +71,23 @@ std::string releaseName(const std::string &id) {
 }  // namespace
 
 bool describeWindows(MediumFiles &files, Description &out) {
-  std::optional<FoundFile> wim;
+  std::string wim;
+  std::optional<uint64_t> size;
   for (const char *p : {"sources/install.wim", "sources/install.esd"}) {
-    if ((wim = files.find(p)) && !wim->isDirectory) {
+    if ((size = files.sizeOf(p))) {
+      wim = p;
       break;
     }
-    wim.reset();
   }
-  if (!wim) {
+  if (!size) {
     return false;
   }
-  out.cite(wim->path);
+  if (std::optional<FoundFile> f = files.find(wim)) {
+    wim = f->path;  // as the medium spells it
+  }
+  out.cite(wim);
   std::string xmlLanguage;
-  out.editions = readEditions(files, *wim, xmlLanguage);
+  out.editions = readEditions(files, wim, *size, xmlLanguage);
   std::string language = langIniLanguage(files);
   if (!language.empty()) {
     out.cite("sources/lang.ini");
