@@ -498,10 +498,13 @@ TEST(MediumWindows, BrokenHeadersGiveNoEditionsButTheDiscIsDescribed) {
         h +
         "' | dd of=disc/sources/install.wim conv=notrunc status=none; "
         "printf '\\377\\377\\377\\377\\377\\377\\377\\0' | dd "
-        "of=disc/sources/install.wim bs=1 seek=72 conv=notrunc status=none");
+        "of=disc/sources/install.wim bs=1 seek=72 conv=notrunc status=none;"
+        "printf '[BUILDINFO]\\r\\nBuildArch=amd64\\r\\n' > "
+        "disc/sources/idwbinfo.txt");
     Json doc = describe(iso);
     EXPECT_EQ("win", doc["os"]["distro"]);
     EXPECT_TRUE(doc["editions"].empty());
+    EXPECT_EQ("x86_64", doc["os"]["arch"]);  // from idwbinfo.txt
   }
 }
 

@@ -1,6 +1,7 @@
 // Windows installation media: the editions in sources/install.wim (or
 // install.esd) and the UI language in sources/lang.ini.
 #include "lib/medium/description.h"
+#include "lib/medium/treeinfo.h"
 #include "lib/medium/wim.h"
 #include "platform/strutil.h"
 
@@ -113,6 +114,19 @@ bool describeWindows(MediumFiles &files, Description &out) {
     os.id = windowsId(*basis);
     os.arch = basis->arch;
     os.version = basis->version;
+  }
+  if (basis == nullptr) {
+    // No readable install image: sources/idwbinfo.txt still tells the
+    // architecture ("BuildArch=amd64").
+    if (std::optional<std::string> info =
+            files.read("sources/idwbinfo.txt", 4096)) {
+      IniSections ini = parseIni(*info);
+      auto s = ini.find("buildinfo");
+      if (s != ini.end() && s->second.count("buildarch")) {
+        out.cite("sources/idwbinfo.txt");
+        os.arch = normalArch(s->second["buildarch"]);
+      }
+    }
   }
   os.name = releaseName(os.id);
   if (os.id.empty()) {
