@@ -1,6 +1,7 @@
 // Directories and files of a UDF image, on top of the volume layer.
 #include "platform/udfimage.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -255,6 +256,65 @@ Error readFile(File *file, char **contents, size_t *length) {
 }
 
 void closeFile(File *file) { delete file; }
+
+uint64_t fileSize(const File *file) {
+  return file == nullptr ? 0 : file->node.infoLength;
+}
+
+Error readFileRange(File *file, uint64_t offset, size_t length,
+                    std::string &out) {
+  if (file == nullptr) {
+    return IMG_ERR_ARG;
+  }
+  return abiGuard(IMG_ERR_IO, [&] {
+    const Node &node = file->node;
+    if (offset > node.infoLength || length > node.infoLength - offset) {
+      return IMG_ERR_FORMAT;
+    }
+    out.assign(length, '\0');
+    if (node.embedded) {
+      if (offset + length > node.embeddedData.size()) {
+        return IMG_ERR_FORMAT;
+      }
+      out = node.embeddedData.substr(offset, length);
+      return IMG_OK;
+    }
+    const Volume &volume = *file->image->volume;
+    uint32_t blockSize = volume.blockSize();
+    uint64_t extentStart = 0;
+    size_t done = 0;
+    for (const disc::Extent &e : node.extents) {
+      uint64_t want = offset + done;
+      if (done == length) {
+        break;
+      }
+      if (want >= extentStart + e.length) {
+        extentStart += e.length;
+        continue;
+      }
+      uint64_t inExtent = want - extentStart;
+      uint64_t bytes = std::min<uint64_t>(e.length - inExtent, length - done);
+      if (e.recorded) {
+        // Read from the block holding the first byte, then drop the lead.
+        uint64_t lead = inExtent % blockSize;
+        uint64_t block = e.where.block + inExtent / blockSize;
+        if (block > UINT32_MAX) {
+          return IMG_ERR_FORMAT;
+        }
+        std::string buffer(lead + bytes, '\0');
+        disc::LbAddr at{static_cast<uint32_t>(block), e.where.partition};
+        if (!volume.read(at, buffer.size(),
+                         reinterpret_cast<uint8_t *>(buffer.data()))) {
+          return IMG_ERR_FORMAT;
+        }
+        out.replace(done, bytes, buffer, lead, bytes);
+      }
+      done += bytes;
+      extentStart += e.length;
+    }
+    return done == length ? IMG_OK : IMG_ERR_FORMAT;
+  });
+}
 
 bool overBudget(const UdfImage *image) {
   return image != nullptr && image->overBudget;

@@ -26,6 +26,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "platform/imageerror.h"
 
@@ -59,6 +60,13 @@ Error openFile(UdfImage *image, Dir *dir, const char *name, File **file);
 // The whole file as a malloc'ed buffer followed by a NUL byte.
 Error readFile(File *file, char **contents, size_t *length);
 void closeFile(File *file);
+// The file's size in bytes.
+uint64_t fileSize(const File *file);
+// `length` bytes of the file from `offset`, for files too large to read
+// whole; IMG_ERR_FORMAT when the range passes the end of the file or
+// leaves the image.
+Error readFileRange(File *file, uint64_t offset, size_t length,
+                    std::string &out);
 
 // Whether listing directories has used up the work one open may do; from
 // then on directories fail to open with IMG_ERR_BUDGET.

@@ -76,6 +76,9 @@ class FileErrors(Tmp):
             (("identify", missing), 2, missing, "No such file or directory"),
             (("identify", self.tmp), 2, self.tmp, "Is a directory"),
             (("identify", not_image), 2, not_image, "not an ISO 9660 or UDF image"),
+            (("describe", missing), 2, missing, "No such file or directory"),
+            (("describe", self.tmp), 2, self.tmp, "Is a directory"),
+            (("describe", not_image), 2, not_image, "not an ISO 9660 or UDF image"),
             (("check", missing), 2, missing, "No such file or directory"),
             (("floppy", "ls", missing), 1, missing, "No such file or directory"),
             (("floppy", "ls", self.tmp), 1, self.tmp, "Is a directory"),
@@ -116,6 +119,23 @@ class JsonOutput(Tmp):
         self.assertEqual(list(GUESS_INFO_KEYS), [k for k in docs[0] if k in GUESS_INFO_KEYS])
         self.assertIsInstance(docs[0]["editions"], list)
         self.assertTrue(docs[1]["image"].endswith('q"b\\s\x01\x1f\tn\nx\ufffd\ufffd('))
+
+    def test_describe_carries_identify_record(self):
+        iso = self.path("ubuntu.iso")
+        subprocess.run(["xorriso", "-as", "mkisofs", "-quiet", "-J", "-R", "-o", iso,
+                        os.path.join(SOURCE, "examples/media/ubuntu-desktop")],
+                       check=True, capture_output=True)
+        hostile = os.fsencode(self.tmp) + b"/" + HOSTILE
+        docs = self.json_of("describe", "--json", iso)
+        self.assertEqual("ubuntu", docs[0]["os"]["distro"])
+        identified = self.json_of("identify", "--json", iso)
+        self.assertEqual(identified[0], docs[0]["guess"])
+        self.assertEqual(["image", "volume_id", "os", "editions", "language", "boot",
+                          "guess", "evidence"], list(docs[0])[:8])
+        self.assertEqual({"bios", "bios_config", "uefi", "el_torito"}, set(docs[0]["boot"]))
+        r = run("describe", "--json", iso, hostile)
+        self.assertEqual(2, r.returncode)
+        self.assertEqual(1, len(json.loads(r.stdout.decode("utf-8", errors="strict"))))
 
     def test_check(self):
         doc = self.json_of("check", "--json", "--os", "ubuntu", "--sub-version", "4")

@@ -397,3 +397,44 @@ TEST(UdfImage, ListingAgainAndAgainEndsAtTheBudget) {
 
 }  // namespace
 }  // namespace gp::udf
+
+namespace gp::udf {
+namespace {
+
+TEST(UdfImage, RangesOfAFileMatchItsBytes) {
+  std::string content;
+  for (int i = 0; i < 3 * 2048 + 700; ++i) {
+    content += static_cast<char>('a' + i % 23);
+  }
+  auto image = openImage(test::udfBridgeFromTree({{"dir/big.bin", content}}));
+  ASSERT_NE(nullptr, image.get());
+  Dir *dir = dirAt(image.get(), nullptr, "dir");
+  ASSERT_NE(nullptr, dir);
+  File *file = nullptr;
+  ASSERT_EQ(IMG_OK, openFile(image.get(), dir, "big.bin", &file));
+  EXPECT_EQ(content.size(), fileSize(file));
+  const struct {
+    uint64_t offset;
+    size_t length;
+    Error rc;
+  } cases[] = {
+      {0, 208, IMG_OK},
+      {2000, 100, IMG_OK},  // across a block
+      {6000, 844, IMG_OK},
+      {6844, 0, IMG_OK},  // up to the end
+      {6800, 100, IMG_ERR_FORMAT},
+      {UINT64_MAX, 1, IMG_ERR_FORMAT},
+  };
+  for (const auto &c : cases) {
+    std::string out;
+    EXPECT_EQ(c.rc, readFileRange(file, c.offset, c.length, out)) << c.offset;
+    if (c.rc == IMG_OK) {
+      EXPECT_EQ(content.substr(c.offset, c.length), out) << c.offset;
+    }
+  }
+  closeFile(file);
+  closeDir(dir);
+}
+
+}  // namespace
+}  // namespace gp::udf

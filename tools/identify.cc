@@ -3,41 +3,16 @@
 #include <string>
 
 #include "guestprep/guess.h"
+#include "lib/medium/guess_record.h"
 #include "tools/cli.h"
 #include "tools/json.h"
 
 namespace gp::cli {
 namespace {
 
-const char *resultName(int rc) {
-  switch (rc) {
-    case GUESS_FOUND:
-      return "GUESS_FOUND";
-    case GUESS_NOT_FOUND:
-      return "GUESS_NOT_FOUND";
-    default:
-      return "GUESS_OPEN_FAILED";
-  }
-}
-
-// The editions field is a list of names, each followed by "?".
-Json editionsJson(const char *editions) {
-  Json out = Json::array();
-  std::string current;
-  for (const char *p = editions; *p != '\0'; ++p) {
-    if (*p == '?') {
-      out.push_back(current);
-      current.clear();
-    } else {
-      current += *p;
-    }
-  }
-  return out;
-}
-
 void printHuman(const char *image, int rc, const GuessInfo &info) {
   std::printf("%s\n", image);
-  std::printf("  result:        %d (%s)\n", rc, resultName(rc));
+  std::printf("  result:        %d (%s)\n", rc, medium::guessResultName(rc));
   std::printf("  osName:        %s\n", info.osName ? info.osName : "(none)");
   std::printf("  osName64:      %s\n",
               info.osName64 ? info.osName64 : "(none)");
@@ -49,25 +24,6 @@ void printHuman(const char *image, int rc, const GuessInfo &info) {
   std::printf("  versionString: %s\n", info.versionString);
   std::printf("  language:      %s\n", info.language);
   std::printf("  editions:      %s\n", info.editions);
-}
-
-Json recordJson(const char *image, int rc, const GuessInfo &info) {
-  bool named = info.subVersion < GUESS_VERSION_DUMMY_LAST;
-  return Json{
-      {"image", image},
-      {"result", rc},
-      {"resultName", resultName(rc)},
-      {"osName", jsonText(info.osName)},
-      {"osName64", jsonText(info.osName64)},
-      {"subVersion", info.subVersion},
-      {"subVersionName",
-       named ? jsonText(Guess_GetSubString(GuessVersion(info.subVersion)))
-             : Json(nullptr)},
-      {"noIsolinux", info.noIsolinux != 0},
-      {"versionString", info.versionString},
-      {"language", info.language},
-      {"editions", editionsJson(info.editions)},
-  };
 }
 
 int identify(const Args &args) {
@@ -87,7 +43,7 @@ int identify(const Args &args) {
     GuessInfo info;
     int rc = Guess_Guest(image.c_str(), 0, &info);
     if (json) {
-      records.push_back(recordJson(image.c_str(), rc, info));
+      records.push_back(medium::guessRecordJson(image.c_str(), rc, info));
     } else {
       printHuman(image.c_str(), rc, info);
     }
