@@ -258,6 +258,12 @@ TEST(WindowsFloppy, FailuresHalfWayCleanUp) {
        "missing", "drivers",
        "AddFileToFloppyImg STOREPWD_EXE_FILENAME=\"$R/support/"
        "storePwd.exe\"\n"},
+      {"driver floppy not FAT",
+       [](Caller &s) {
+         gp::test::writeFile(s.support + "/ztscsi.flp", std::string(4096, 'z'));
+       },
+       "missing", "drivers",
+       "FSImage_OpenVolume err=2 scsiFlp=\"$R/work/scsi/ztscsi.flp\"\n"},
       {"unattend.cmd missing",
        [](Caller &s) { fs::remove(s.support + "/unattend.cmd"); }, nullptr,
        nullptr,
@@ -400,6 +406,18 @@ TEST(WindowsFloppy, HostileDriverFloppies) {
     std::string report;
     EXPECT_TRUE(gp::test::fsckClean(s.image(), &report)) << report;
   }
+}
+
+TEST(WindowsFloppy, StagingLinkIsNotFollowed) {
+  Caller s("winXPPro");
+  const std::string outside = s.root / "outside";
+  fs::create_directories(outside);
+  fs::create_directory_symlink(outside, s.work + "/scsi");
+  const std::string missing = s.root / "missing.iso";
+  gp::LogCapture log;
+  EXPECT_EQ(s.make(missing.c_str(), "drivers"), TRUE) << log.text();
+  EXPECT_TRUE(fs::is_empty(outside));
+  EXPECT_EQ(dirNames(s.work), Names{"autoinst.flp"});
 }
 
 TEST(WindowsFloppy, DriverDescriptionScan) {
