@@ -230,6 +230,12 @@ TEST(WindowsFloppy, StartsFromATemplateFloppy) {
 
 TEST(WindowsFloppy, FailuresHalfWayCleanUp) {
   const std::string iso = toolsIso();
+  gp::test::FileTree manyFiles;
+  for (int i = 0; i < 1100; ++i) {
+    manyFiles["d/f" + std::to_string(i) + ".sys"] = "x";
+  }
+  const std::string many =
+      gp::test::isoFromTree(manyFiles, gp::test::IsoFlavor::JolietRockRidge);
   struct Case {
     const char *label;
     void (*arrange)(Caller &);
@@ -268,6 +274,8 @@ TEST(WindowsFloppy, FailuresHalfWayCleanUp) {
        },
        "missing", "drivers",
        "FSImage_OpenVolume err=2 scsiFlp=\"$R/work/scsi/ztscsi.flp\"\n"},
+      {"too many driver files on the tools image", nullptr, "many", "d",
+       "File_ListDirectory nf=-1 tempdir=\"$R/work/scsi\"\n"},
       {"unattend.cmd missing",
        [](Caller &s) { fs::remove(s.support + "/unattend.cmd"); }, nullptr,
        nullptr,
@@ -282,7 +290,8 @@ TEST(WindowsFloppy, FailuresHalfWayCleanUp) {
     gp::test::writeFile(s.root / "bad.iso", "not an image");
     std::string tools;
     if (c.toolsIso != nullptr) {
-      tools = std::string(c.toolsIso) == "iso"   ? iso
+      tools = std::string(c.toolsIso) == "many"  ? many
+              : std::string(c.toolsIso) == "iso" ? iso
               : std::string(c.toolsIso) == "bad" ? s.root / "bad.iso"
                                                  : s.root / "missing.iso";
     }

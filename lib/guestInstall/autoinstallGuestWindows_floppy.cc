@@ -28,6 +28,8 @@ constexpr const char kFn[] = "AutoInstall_MakeFloppyImg";
 // More driver files than any driver set has; a crafted driver floppy or
 // directory beyond this is refused instead of being staged whole.
 constexpr size_t kMaxDriverFiles = 1024;
+// The clean-up removes what a refused tools image left, within this bound.
+constexpr size_t kMaxCleanUpFiles = 65536;
 
 unsigned long long errValue(fat::Error err) {
   return static_cast<unsigned long long>(err);
@@ -347,7 +349,7 @@ void FloppyBuild::cleanUp() {
     // A run that stopped before the listing still staged files; they go
     // too, so that a failure leaves no driver files behind.
     if (!listed_) {
-      listHostDirectory(tempdir_, kMaxDriverFiles, listing_);
+      listHostDirectory(tempdir_, kMaxCleanUpFiles, listing_);
     }
     for (const HostDirEntry &entry : listing_) {
       hostOps().unlink(joinPath(tempdir_, entry.name).c_str());
