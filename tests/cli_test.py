@@ -187,6 +187,52 @@ class JsonOutput(Tmp):
         self.assertEqual("TOOLS_STATUS_UNKNOWN", doc["statusName"])
 
 
+class PrepareWindowsFloppy(Tmp):
+    def setUp(self):
+        super().setUp()
+        self.iso = self.path("xp.iso")
+        subprocess.run(["xorriso", "-as", "mkisofs", "-quiet", "-J", "-R", "-V", "WXPFPP_EN",
+                        "-o", self.iso, os.path.join(SOURCE, "examples/media/windows-xp")],
+                       check=True, capture_output=True)
+        os.makedirs(self.path("support"))
+        os.makedirs(self.path("drivers"))
+        for name in ("support/storePwd.exe", "support/unattend.cmd",
+                     "support/ZentavToolsUpgrader.exe", "drivers/ztscsi.sys"):
+            self.write(name, b"demo " + name.encode())
+        self.write("drivers/txtsetup.oem", b'[scsi]\nZTSCSI = "Zentav SCSI"\n')
+
+    def prepare(self, *more):
+        env = dict(os.environ, GUESTPREP_LOG=os.devnull, GUESTPREP_LANG="C",
+                   GUESTPREP_TEMPLATEDIR=os.path.join(SOURCE, "data/templates"))
+        return subprocess.run([CLI, "prepare", "windows", self.iso, "--out", self.path("out"),
+                               "--user", "jdoe", "--password", "s3cret!", *more],
+                              capture_output=True, env=env)
+
+    def test_answer_files_go_onto_the_floppy(self):
+        r = self.prepare("--json", "--support-dir", self.path("support"),
+                         "--driver-dir", self.path("drivers"))
+        self.assertEqual(0, r.returncode, r.stderr)
+        flp = self.path("out/autoinst.flp")
+        self.assertEqual([flp], json.loads(r.stdout)["files"])
+        self.assertEqual(["autoinst.flp"], os.listdir(self.path("out")))
+        mdir = subprocess.run(["mdir", "-b", "-i", flp, "::/"], capture_output=True, check=True,
+                              env=dict(os.environ, MTOOLS_SKIP_CHECK="1"))
+        self.assertEqual({"txtsetup.oem", "ztscsi.sys", "winnt.sif", "autoun~0.xml",
+                          "storepwd.ini", "storepwd.exe", "upgrader.exe", "unattend.cmd"},
+                         {n[3:].lower() for n in mdir.stdout.decode().split()})
+        self.assertEqual(["txtsetup.oem", "ztscsi.sys"], sorted(os.listdir(self.path("drivers"))))
+
+    def test_floppy_options_need_the_support_files(self):
+        self.assertEqual(2, self.prepare("--tools-iso", self.iso).returncode)
+
+    def test_unfinished_floppy_is_exit_1(self):
+        os.remove(self.path("support/unattend.cmd"))
+        r = self.prepare("--support-dir", self.path("support"))
+        self.assertEqual(1, r.returncode)
+        self.assertIn(b"the boot floppy was not made", r.stderr)
+        self.assertEqual(["autoinst.flp"], os.listdir(self.path("out")))
+
+
 GUESS_INFO_KEYS = ("osName", "osName64", "subVersion", "noIsolinux", "versionString",
                    "language", "editions")
 

@@ -34,7 +34,9 @@ GP_COMMAND(kName,
            "[--master TOOL] [--json]\n"
            "       guestprep prepare windows IMAGE --out DIR --user U "
            "--password P [--product-key K] [--kms HOST] [--image NAME] "
-           "[--keep-autologon] [--json]",
+           "[--keep-autologon]\n"
+           "         [--support-dir D [--upgrader-dir D] [--tools-iso ISO] "
+           "[--driver-dir D] [--template-floppy FLP]] [--json]",
            "make the answer files and boot media of an unattended "
            "installation",
            prepare);

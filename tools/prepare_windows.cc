@@ -1,11 +1,13 @@
 // guestprep prepare windows: identifies a Windows installation image and
 // writes its answer files (winnt.sif, autoun~0.xml, storePwd.ini) from the
 // shipped templates, in the image's language and for its first install
-// image unless told otherwise.
+// image unless told otherwise; given the support files, goes on to put them
+// with the storage driver on the boot floppy autoinst.flp.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "guestprep/autoinstall.h"
 #include "guestprep/guess.h"
@@ -34,6 +36,12 @@ struct PrepareOptions {
   std::string imageName;
   bool hasImageName = false;
   bool keepAutoLogon = false;
+  // The boot floppy, made when supportDir is given.
+  std::string supportDir;
+  std::string upgraderDir;
+  std::string toolsIso;
+  std::string driverDir;
+  std::string templateFloppy;
 };
 
 bool parsePrepareArgs(const Args &args, PrepareOptions &opt) {
@@ -53,6 +61,16 @@ bool parsePrepareArgs(const Args &args, PrepareOptions &opt) {
     } else if (a == "--image" && hasValue) {
       opt.imageName = args[++i];
       opt.hasImageName = true;
+    } else if (a == "--support-dir" && hasValue) {
+      opt.supportDir = args[++i];
+    } else if (a == "--upgrader-dir" && hasValue) {
+      opt.upgraderDir = args[++i];
+    } else if (a == "--tools-iso" && hasValue) {
+      opt.toolsIso = args[++i];
+    } else if (a == "--driver-dir" && hasValue) {
+      opt.driverDir = args[++i];
+    } else if (a == "--template-floppy" && hasValue) {
+      opt.templateFloppy = args[++i];
     } else if (a == "--keep-autologon") {
       opt.keepAutoLogon = true;
     } else if (!a.empty() && a[0] != '-' && opt.image.empty()) {
@@ -60,6 +78,16 @@ bool parsePrepareArgs(const Args &args, PrepareOptions &opt) {
     } else {
       return false;
     }
+  }
+  // The floppy options mean nothing without the support files.
+  const bool floppyOption = !opt.upgraderDir.empty() || !opt.toolsIso.empty() ||
+                            !opt.driverDir.empty() ||
+                            !opt.templateFloppy.empty();
+  if (floppyOption && opt.supportDir.empty()) {
+    return false;
+  }
+  if (opt.upgraderDir.empty()) {
+    opt.upgraderDir = opt.supportDir;
   }
   return !opt.image.empty() && !opt.out.empty() && !opt.user.empty() &&
          !opt.password.empty();
@@ -87,6 +115,34 @@ bool accepted(const char *what, AutoInstallValidation result, char *message) {
 
 const char *orNull(const std::string &s) {
   return s.empty() ? nullptr : s.c_str();
+}
+
+// The files that the run leaves in the output directory.
+std::vector<std::string> outputFiles(const PrepareOptions &opt) {
+  if (!opt.supportDir.empty()) {
+    return {joinPath(opt.out, "autoinst.flp")};
+  }
+  std::vector<std::string> files;
+  for (const char *file : {"winnt.sif", "autoun~0.xml", "storePwd.ini"}) {
+    files.push_back(joinPath(opt.out, file));
+  }
+  return files;
+}
+
+// Puts the answer files, the storage driver and the guest programs on the
+// boot floppy; the answer files leave the output directory.
+bool makeFloppy(const PrepareOptions &opt) {
+  if (AutoInstall_MakeFloppyImg(orNull(opt.templateFloppy), opt.out.c_str(),
+                                orNull(opt.toolsIso), orNull(opt.driverDir),
+                                opt.upgraderDir.c_str(),
+                                opt.supportDir.c_str())) {
+    return true;
+  }
+  std::fprintf(stderr,
+               "guestprep %s: the boot floppy was not made (the log says "
+               "why)\n",
+               kName);
+  return false;
 }
 
 }  // namespace
@@ -157,10 +213,13 @@ int prepareWindows(const Args &all) {
     }
     return 1;
   }
+  if (!opt.supportDir.empty() && !makeFloppy(opt)) {
+    return 1;
+  }
   if (json) {
     Json files = Json::array();
-    for (const char *file : {"winnt.sif", "autoun~0.xml", "storePwd.ini"}) {
-      files.push_back(joinPath(opt.out, file));
+    for (const std::string &file : outputFiles(opt)) {
+      files.push_back(file);
     }
     printJson({{"osName", jsonText(info.osName)},
                {"language", jsonText(info.language)},
@@ -171,8 +230,8 @@ int prepareWindows(const Args &all) {
   std::printf("guest:    %s\nlanguage: %s\nimage:    %s\n", info.osName,
               info.language[0] != '\0' ? info.language : "(default)",
               opt.imageName.empty() ? "(none)" : opt.imageName.c_str());
-  for (const char *file : {"winnt.sif", "autoun~0.xml", "storePwd.ini"}) {
-    std::printf("%s\n", joinPath(opt.out, file).c_str());
+  for (const std::string &file : outputFiles(opt)) {
+    std::printf("%s\n", file.c_str());
   }
   return 0;
 }

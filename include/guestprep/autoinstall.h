@@ -39,8 +39,9 @@ typedef struct AutoInstallConfigInfo {
 /* Fills `out` with the limits for the guest identified in `info`; `family`
  * is "windows" or "linux", compared exactly. FALSE, with `out` untouched,
  * for a null argument, a null osName or an unknown family. */
-GUESTPREP_API Bool AutoInstall_GetInstallConfigInfo(
-    const char *family, const GuessInfo *info, AutoInstallConfigInfo *out);
+GUESTPREP_API Bool AutoInstall_GetInstallConfigInfo(const char *family,
+                                                    const GuessInfo *info,
+                                                    AutoInstallConfigInfo *out);
 
 /* TRUE when the library can prepare an unattended installation of the
  * identified guest: the Windows test, else the Linux test. */
@@ -79,15 +80,15 @@ typedef int AutoInstallValidation;
  * string in the user's language that the caller frees; otherwise *message
  * is left as it was. `family` must be "windows" or "linux": anything else
  * is a programming error that stops the process. */
-GUESTPREP_API AutoInstallValidation AutoInstall_ValidateName(
-    const char *family, const GuessInfo *info, const char *text,
-    char **message);
-GUESTPREP_API AutoInstallValidation AutoInstall_ValidateShortName(
-    const char *family, const GuessInfo *info, const char *text,
-    char **message);
-GUESTPREP_API AutoInstallValidation AutoInstall_ValidatePassword(
-    const char *family, const GuessInfo *info, const char *text,
-    char **message);
+GUESTPREP_API AutoInstallValidation
+AutoInstall_ValidateName(const char *family, const GuessInfo *info,
+                         const char *text, char **message);
+GUESTPREP_API AutoInstallValidation
+AutoInstall_ValidateShortName(const char *family, const GuessInfo *info,
+                              const char *text, char **message);
+GUESTPREP_API AutoInstallValidation
+AutoInstall_ValidatePassword(const char *family, const GuessInfo *info,
+                             const char *text, char **message);
 
 /* The rules of each family; `kind` is an AutoInstallTextKind. */
 GUESTPREP_API AutoInstallValidation AutoInstallValidateLinuxText(
@@ -214,6 +215,36 @@ GUESTPREP_API Bool AutoInstall_PrepareAnswerFileEx(
     const char *imageName, Bool keepAutoLogon);
 
 /* ---- Windows boot floppy ---- */
+
+/*
+ * Builds the floppy image "autoinst.flp" in workDir for the Windows
+ * installer: the mass-storage driver files (listed in winnt.sif under
+ * "OEMBootFiles"), then winnt.sif, autoun~0.xml, storePwd.ini and
+ * storePwd.exe (when storePwd.ini is in workDir), upgrader.exe and
+ * unattend.cmd. templateFloppyPath NULL formats a new volume, else the
+ * image starts as a copy of it. The drivers come from the directory
+ * scsiDriverDir of the tools image toolsIsoPath; from the host directory
+ * scsiDriverDir when toolsIsoPath is NULL; or from supportDir's driver
+ * floppy "ztscsi.flp" when toolsIsoPath names no existing file.
+ * scsiDriverDir NULL puts no drivers on the image. upgraderDir holds
+ * "ZentavToolsUpgrader.exe"; supportDir "storePwd.exe" and
+ * "unattend.cmd". TRUE when unattend.cmd, the last file, was added.
+ * Whatever the result, the answer files and the staging directory are
+ * removed from workDir; the image itself always stays.
+ */
+GUESTPREP_API Bool AutoInstall_MakeFloppyImg(const char *templateFloppyPath,
+                                             const char *workDir,
+                                             const char *toolsIsoPath,
+                                             const char *scsiDriverDir,
+                                             const char *upgraderDir,
+                                             const char *supportDir);
+
+/* Names the driver that the driver description file txtsetupOemPath
+ * describes in winnt.sif's section "MassStorageDrivers" ("<description>"
+ * = OEM). Does nothing when the file cannot be read or names no known
+ * driver. */
+GUESTPREP_API void WriteOEMDriverInfo(const char *txtsetupOemPath,
+                                      const char *winntPath);
 
 /* ---- Windows product names ---- */
 
