@@ -111,4 +111,27 @@ Error close(FatHandle handle);
 // Free bytes of the volume of any handle (0 for a bad handle).
 uint64_t freeBytes(FatHandle handle);
 
+// Owner of a handle: closes it on every path. closeNow() closes early and
+// returns the close result, where a failed write-back of the volume shows.
+class UniqueHandle {
+ public:
+  UniqueHandle() = default;
+  ~UniqueHandle() { closeNow(); }
+  UniqueHandle(const UniqueHandle &) = delete;
+  UniqueHandle &operator=(const UniqueHandle &) = delete;
+  FatHandle *out() { return &handle_; }
+  FatHandle get() const { return handle_; }
+  Error closeNow() {
+    Error err = FAT_OK;
+    if (handle_ != nullptr) {
+      err = close(handle_);
+      handle_ = nullptr;
+    }
+    return err;
+  }
+
+ private:
+  FatHandle handle_ = nullptr;
+};
+
 }  // namespace gp::fat

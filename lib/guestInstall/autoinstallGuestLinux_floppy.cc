@@ -16,28 +16,6 @@ namespace {
 
 constexpr const char kFunction[] = "AutoInstall_MakeFloppyImg_Linux";
 
-// Closes a FAT handle on every path; the volume's write-back result counts.
-class FatOwner {
- public:
-  FatOwner() = default;
-  ~FatOwner() { closeNow(); }
-  FatOwner(const FatOwner &) = delete;
-  FatOwner &operator=(const FatOwner &) = delete;
-  FatHandle *out() { return &handle_; }
-  FatHandle get() const { return handle_; }
-  fat::Error closeNow() {
-    fat::Error err = fat::FAT_OK;
-    if (handle_ != nullptr) {
-      err = fat::close(handle_);
-      handle_ = nullptr;
-    }
-    return err;
-  }
-
- private:
-  FatHandle handle_ = nullptr;
-};
-
 const char *floppyTemplate(AutoInstallLinuxKind kind) {
   return kind == LINUX_KIND_MANDRIVA ? "mandriva.flp" : "suse.flp";
 }
@@ -45,7 +23,7 @@ const char *floppyTemplate(AutoInstallLinuxKind kind) {
 // Opens the floppy volume of `kind`: a fresh one for Ubuntu, else a copy of
 // the kind's template.
 bool openFloppy(AutoInstallLinuxKind kind, const char *templateDir,
-                const std::string &floppy, FatOwner &volume) {
+                const std::string &floppy, fat::UniqueHandle &volume) {
   const char *f = floppy.c_str();
   if (kind == LINUX_KIND_UBUNTU) {
     // The volume is formatted at the path as it is: a link there would
@@ -94,8 +72,8 @@ bool makeFloppy(const char *answerDir, const char *workDir,
   if (!hostRegularFileExists(answer)) {
     return false;
   }
-  FatOwner volume;
-  FatOwner root;
+  fat::UniqueHandle volume;
+  fat::UniqueHandle root;
   if (!openFloppy(kind, templateDir, floppy, volume)) {
     return false;
   }

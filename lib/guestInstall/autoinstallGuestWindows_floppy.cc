@@ -35,25 +35,6 @@ unsigned long long errValue(fat::Error err) {
   return static_cast<unsigned long long>(err);
 }
 
-class FatOwner {
- public:
-  FatOwner() = default;
-  ~FatOwner() { closeNow(); }
-  FatOwner(const FatOwner &) = delete;
-  FatOwner &operator=(const FatOwner &) = delete;
-  FatHandle *out() { return &handle_; }
-  FatHandle get() const { return handle_; }
-  void closeNow() {
-    if (handle_ != nullptr) {
-      fat::close(handle_);
-      handle_ = nullptr;
-    }
-  }
-
- private:
-  FatHandle handle_ = nullptr;
-};
-
 // A name from a driver floppy's catalogue that may become a host file in
 // the staging directory: one path component, nothing that climbs out.
 bool safeStagingName(const char *name) {
@@ -130,8 +111,8 @@ class FloppyBuild {
   std::string scsiFlp_;
   bool listed_ = false;
   std::vector<HostDirEntry> listing_;
-  FatOwner volume_, root_;
-  FatOwner scsiVolume_, scsiRoot_;
+  fat::UniqueHandle volume_, root_;
+  fat::UniqueHandle scsiVolume_, scsiRoot_;
   IsoImage *iso_ = nullptr;
 };
 

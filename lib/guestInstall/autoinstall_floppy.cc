@@ -34,29 +34,6 @@ ReadResult readChunk(int fd, uint8_t *buffer, uint32_t length, uint32_t &got) {
   return ReadResult::Full;
 }
 
-// Closes an image handle when it goes out of scope; a failed write-back
-// turns a successful copy into a failure.
-class ImageHandle {
- public:
-  ImageHandle() = default;
-  ~ImageHandle() { closeNow(); }
-  ImageHandle(const ImageHandle &) = delete;
-  ImageHandle &operator=(const ImageHandle &) = delete;
-  FatHandle *out() { return &handle_; }
-  FatHandle get() const { return handle_; }
-  fat::Error closeNow() {
-    fat::Error err = fat::FAT_OK;
-    if (handle_ != nullptr) {
-      err = fat::close(handle_);
-      handle_ = nullptr;
-    }
-    return err;
-  }
-
- private:
-  FatHandle handle_ = nullptr;
-};
-
 bool getFile(FatHandle dir, const char *name, const char *hostPath) {
   if (name == nullptr || hostPath == nullptr) {
     return false;
@@ -64,7 +41,7 @@ bool getFile(FatHandle dir, const char *name, const char *hostPath) {
   // Declared first so that, on every path, the image file is closed before
   // the host file.
   UniqueFd host;
-  ImageHandle file;
+  fat::UniqueHandle file;
   if (fat::openFile(dir, name, file.out()) != fat::FAT_OK) {
     return false;
   }
@@ -105,7 +82,7 @@ bool addFile(FatHandle dir, const char *hostPath, const char *name) {
   if (!host.valid()) {
     return false;
   }
-  ImageHandle file;
+  fat::UniqueHandle file;
   if (fat::openFile(dir, name, file.out()) != fat::FAT_OK &&
       fat::createFile(dir, name, file.out()) != fat::FAT_OK) {
     return false;
@@ -144,8 +121,8 @@ bool addFileToWorkDirFloppy(const char *hostPath, const char *name,
     return false;
   }
   std::string imagePath = joinPath(workDir, "autoinst.flp");
-  ImageHandle volume;
-  ImageHandle root;
+  fat::UniqueHandle volume;
+  fat::UniqueHandle root;
   bool result = false;
   if (fat::openVolume(imagePath.c_str(), 1, volume.out()) == fat::FAT_OK &&
       fat::openRootDirectory(volume.get(), root.out()) == fat::FAT_OK) {
