@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -20,6 +22,43 @@ inline void writeText(const std::filesystem::path &path,
                       const std::string &text) {
   std::filesystem::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << text;
+}
+
+// A host manifest, AVR file and guest manifest of `components` components
+// each, with versions that give every component a different status.
+struct ManifestTexts {
+  std::string host, avr, guest;
+};
+inline ManifestTexts manifestTexts(int components) {
+  ManifestTexts t{"monolithic.version = \"8.3.2.4610\"\n",
+                  "monolithic.version = \"8.0\"\n",
+                  "monolithic.version = \"8.2.0.100\"\n"};
+  for (int i = 0; i < components; ++i) {
+    std::string n = "component" + std::to_string(i);
+    t.host += n + ".version = \"" + std::to_string(i % 7 + 1) + ".4.2.1000\"\n";
+    t.avr += n + ".version = \"1.0\"\n" + n + ".version_max = \"9.9\"\n" + n +
+             ".version_illegal = \"1.1, 2.2#2, 3.3.3\"\n";
+    t.guest += n + ".version = \"" + std::to_string(i % 5 + 1) + ".4.2.77\"\n" +
+               n + ".installed = \"TRUE\"\n";
+  }
+  return t;
+}
+
+// Masters `tree` into `image` with xorriso's mkisofs emulation and
+// `options`, then extends it to `size` bytes as a sparse file; exits when
+// either step fails.
+inline void masterSparseImage(const std::string &options,
+                              const std::filesystem::path &tree,
+                              const std::filesystem::path &image,
+                              uintmax_t size) {
+  std::string cmd = "xorriso -as mkisofs -quiet " + options + " -o '" +
+                    image.string() + "' '" + tree.string() +
+                    "' >/dev/null 2>&1 && truncate -s " + std::to_string(size) +
+                    " '" + image.string() + "'";
+  if (std::system(cmd.c_str()) != 0) {
+    std::fprintf(stderr, "cannot build %s\n", image.c_str());
+    std::exit(1);
+  }
 }
 
 // Counts every byte that pread delivers while it is alive.

@@ -44,14 +44,7 @@ std::string redHatImage() {
         tree / ("RELEASE-NOTES-" + std::to_string(i) + ".html"),
         std::string(3000, 'r'));
   }
-  std::string cmd = "xorriso -as mkisofs -quiet -R -J -V RHEL5 -o '" +
-                    image.string() + "' '" + tree.string() +
-                    "' >/dev/null 2>&1 && truncate -s " +
-                    std::to_string(kImageSize) + " '" + image.string() + "'";
-  if (std::system(cmd.c_str()) != 0) {
-    std::fprintf(stderr, "cannot build %s\n", image.c_str());
-    std::exit(1);
-  }
+  gp::bench::masterSparseImage("-R -J -V RHEL5", tree, image, kImageSize);
   return image.string();
 }
 

@@ -56,14 +56,7 @@ std::string bootImage() {
   gp::bench::writeText(tree / "isolinux/isolinux.bin", "isolinux");
   writePattern(tree / "casper/vmlinuz", kKernelSize, 1);
   writePattern(tree / "casper/initrd.lz", kRamDiskSize, 2);
-  std::string cmd = "xorriso -as mkisofs -quiet -R -J -o '" + image.string() +
-                    "' '" + tree.string() +
-                    "' >/dev/null 2>&1 && truncate -s " +
-                    std::to_string(kImageSize) + " '" + image.string() + "'";
-  if (std::system(cmd.c_str()) != 0) {
-    std::fprintf(stderr, "cannot build %s\n", image.c_str());
-    std::exit(1);
-  }
+  gp::bench::masterSparseImage("-R -J", tree, image, kImageSize);
   return image.string();
 }
 

@@ -47,16 +47,13 @@ std::string redHatDvd() {
     gp::bench::writeText(tree / ("Packages/pkg-" + std::to_string(i) + ".rpm"),
                          "rpm");
   }
-  run("cp /usr/lib/ISOLINUX/isolinux.bin '" + tree.string() +
-          "/isolinux/' && xorriso -as mkisofs -quiet -R -J -V "
-          "RHEL-9-3-0-BaseOS-x86_64 -b isolinux/isolinux.bin -c "
-          "isolinux/boot.cat -no-emul-boot -boot-load-size 4 "
-          "-boot-info-table -eltorito-alt-boot -e images/efiboot.img "
-          "-no-emul-boot -o '" +
-          image.string() + "' '" + tree.string() +
-          "' >/dev/null 2>&1 && truncate -s " + std::to_string(kImageSize) +
-          " '" + image.string() + "'",
+  run("cp /usr/lib/ISOLINUX/isolinux.bin '" + tree.string() + "/isolinux/'",
       image);
+  gp::bench::masterSparseImage(
+      "-R -J -V RHEL-9-3-0-BaseOS-x86_64 -b isolinux/isolinux.bin -c "
+      "isolinux/boot.cat -no-emul-boot -boot-load-size 4 -boot-info-table "
+      "-eltorito-alt-boot -e images/efiboot.img -no-emul-boot",
+      tree, image, kImageSize);
   return image.string();
 }
 

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench/bench_support.h"
 #include "guestprep/toolsversion.h"
 #include "platform/log.h"
 
@@ -31,17 +32,8 @@ struct Machine {
     std::filesystem::create_directories(dir + "/iso");
     cache = dir + "/cache";
     std::filesystem::create_directories(cache);
-    std::string h = "monolithic.version = \"8.3.2.4610\"\n";
-    std::string a = "monolithic.version = \"8.0\"\n";
-    std::string g = "monolithic.version = \"8.2.0.100\"\n";
-    for (int i = 0; i < kComponents; ++i) {
-      std::string n = "component" + std::to_string(i);
-      h += n + ".version = \"" + std::to_string(i % 7 + 1) + ".4.2.1000\"\n";
-      a += n + ".version = \"1.0\"\n" + n + ".version_max = \"9.9\"\n" + n +
-           ".version_illegal = \"1.1, 2.2#2, 3.3.3\"\n";
-      g += n + ".version = \"" + std::to_string(i % 5 + 1) + ".4.2.77\"\n" + n +
-           ".installed = \"TRUE\"\n";
-    }
+    gp::bench::ManifestTexts m = gp::bench::manifestTexts(kComponents);
+    const std::string &h = m.host, &a = m.avr, &g = m.guest;
     writeText(dir + "/iso/manifest.txt", h);
     std::string cmd = "xorriso -as mkisofs -quiet -J -R -o " + images +
                       "/linux.iso " + dir + "/iso 2>/dev/null";

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench/bench_support.h"
 #include "lib/toolsversion/toolsversion_internal.h"
 #include "platform/configdict.h"
 #include "platform/log.h"
@@ -31,17 +32,8 @@ struct Files {
     host = dir + "/host";
     avr = dir + "/avr";
     guest = dir + "/guest";
-    std::string h = "monolithic.version = \"8.3.2.4610\"\n";
-    std::string a = "monolithic.version = \"8.0\"\n";
-    std::string g = "monolithic.version = \"8.2.0.100\"\n";
-    for (int i = 0; i < kComponents; ++i) {
-      std::string n = "component" + std::to_string(i);
-      h += n + ".version = \"" + std::to_string(i % 7 + 1) + ".4.2.1000\"\n";
-      a += n + ".version = \"1.0\"\n" + n + ".version_max = \"9.9\"\n" + n +
-           ".version_illegal = \"1.1, 2.2#2, 3.3.3\"\n";
-      g += n + ".version = \"" + std::to_string(i % 5 + 1) + ".4.2.77\"\n" + n +
-           ".installed = \"TRUE\"\n";
-    }
+    gp::bench::ManifestTexts m = gp::bench::manifestTexts(kComponents);
+    const std::string &h = m.host, &a = m.avr, &g = m.guest;
     writeText(host, h);
     writeText(avr, a);
     writeText(guest, g);
