@@ -5,7 +5,7 @@
 
 #include "guestprep/autoinstall.h"
 #include "lib/guestInstall/autoinstallGuestLinux_answer.h"
-#include "lib/guestInstall/autoinstallGuestLinux_hostfiles.h"
+#include "lib/guestInstall/autoinstall_hostfiles.h"
 #include "platform/abi.h"
 #include "platform/hostio.h"
 #include "platform/log.h"

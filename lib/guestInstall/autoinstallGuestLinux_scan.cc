@@ -4,8 +4,8 @@
 #include <cstdarg>
 
 #include "lib/guestInstall/autoinstallGuestLinux.h"
-#include "lib/guestInstall/autoinstallGuestLinux_hostfiles.h"
 #include "lib/guestInstall/autoinstallGuestLinux_isolinux.h"
+#include "lib/guestInstall/autoinstall_hostfiles.h"
 #include "platform/hostio.h"
 #include "platform/log.h"
 #include "platform/strutil.h"

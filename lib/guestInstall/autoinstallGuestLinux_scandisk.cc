@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "guestprep/autoinstall.h"
-#include "lib/guestInstall/autoinstallGuestLinux_hostfiles.h"
 #include "lib/guestInstall/autoinstallGuestLinux_scan.h"
+#include "lib/guestInstall/autoinstall_hostfiles.h"
 #include "platform/abi.h"
 #include "platform/hostio.h"
 #include "platform/strutil.h"

@@ -13,7 +13,7 @@
 
 #include "guestprep/autoinstall.h"
 #include "guestprep/iniutil.h"
-#include "lib/guestInstall/autoinstallGuestLinux_hostfiles.h"
+#include "lib/guestInstall/autoinstall_hostfiles.h"
 #include "platform/abi.h"
 #include "platform/fatimage.h"
 #include "platform/hostio.h"

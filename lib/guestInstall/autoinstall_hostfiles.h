@@ -1,4 +1,4 @@
-// Host files for the Linux boot media: copying, listing directories and
+// Host files for the boot media and floppies: copying, listing directories and
 // deleting the staging tree, all through the host I/O seam, none of it
 // opening a path in a way that blocks.
 #pragma once

@@ -1,4 +1,4 @@
-#include "lib/guestInstall/autoinstallGuestLinux_hostfiles.h"
+#include "lib/guestInstall/autoinstall_hostfiles.h"
 
 #include <dirent.h>
 
