@@ -171,13 +171,26 @@ std::string isoFromTree(const FileTree &files, IsoFlavor flavor) {
   TempDir tree;
   writeTree(tree.path() + "/root", files);
   std::string tmp = out + ".tmp" + std::to_string(::getpid());
-  std::string cmd = mastering(flavor, tmp, tree.path() + "/root") +
-                    " >/dev/null 2>&1";
-  if (runCommand(cmd) != 0) {
-    throw std::runtime_error("mastering failed: " + cmd);
+  std::string cmd = mastering(flavor, tmp, tree.path() + "/root") + " 2>&1";
+  // The mastering tool has been seen to fail once, without a trace, on a
+  // loaded CI machine; a second attempt tells a passing hiccup from a real
+  // fault, and what the tool said is kept for the report either way.
+  std::string said;
+  for (int attempt = 1; attempt <= 3; ++attempt) {
+    std::string output;
+    int rc = runCommand(cmd, &output);
+    if (rc == 0) {
+      fs::rename(tmp, out);  // atomic: parallel tests may race to build it
+      return out;
+    }
+    said += "attempt " + std::to_string(attempt) + " exit " +
+            std::to_string(rc) + ": " + output + "\n";
+    std::fprintf(stderr, "fixture: %s failed (exit %d): %s\n", cmd.c_str(),
+                 rc, output.c_str());
+    std::error_code ec;
+    fs::remove(tmp, ec);
   }
-  fs::rename(tmp, out);  // atomic: parallel tests may race to build it
-  return out;
+  throw std::runtime_error("mastering failed: " + cmd + "\n" + said);
 }
 
 std::string isoFromDirectory(const std::string &dir, IsoFlavor flavor) {
