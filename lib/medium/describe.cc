@@ -67,28 +67,39 @@ Json guessJson(const char *imagePath) {
 
 }  // namespace
 
-// The document, or nullopt with errno set when the image cannot be read.
-std::optional<std::string> describeMedium(const char *imagePath,
-                                          uint64_t *bytesRead) {
+std::optional<Described> describeImage(const char *imagePath,
+                                       uint64_t *bytesRead) {
   MediumFiles files;
   if (files.open(imagePath) != img::IMG_OK) {
     return std::nullopt;
   }
-  Description d;
+  Described out;
+  Description &d = out.facts;
   describeWindows(files, d) || describeRedHat(files, d) ||
       describeSuse(files, d) || describeDebian(files, d);
   describeBoot(files, d);
+  out.volumeId = files.volumeId();
+  if (bytesRead != nullptr) {
+    *bytesRead = files.bytesRead();
+  }
+  return out;
+}
+
+std::optional<std::string> describeMedium(const char *imagePath,
+                                          uint64_t *bytesRead) {
+  std::optional<Described> found = describeImage(imagePath, bytesRead);
+  if (!found) {
+    return std::nullopt;
+  }
+  const Description &d = found->facts;
   Json doc{{"image", imagePath},
-           {"volume_id", files.volumeId()},
+           {"volume_id", found->volumeId},
            {"os", osJson(d.os)},
            {"editions", editionsJson(d.editions)},
            {"language", optionalText(d.language)},
            {"boot", bootJson(d.boot)},
            {"guess", guessJson(imagePath)},
            {"evidence", d.evidence}};
-  if (bytesRead != nullptr) {
-    *bytesRead = files.bytesRead();
-  }
   return doc.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

@@ -17,15 +17,7 @@ struct OsFacts {
   std::string family;   // "linux" or "windows"
   std::string name;     // as the medium states it
   std::string version;  // as the medium states it
-  std::string arch;     // The JSON document of the image, or nullopt with errno
-                        // set when it cannot
-  // be opened or is neither ISO 9660 nor UDF; `bytesRead`, when given,
-  // receives the bytes read from the image file (the identification's own
-  // reads not included).
-  std::optional<std::string> describeMedium(const char *imagePath,
-                                            uint64_t *bytesRead);
-
-  // x86_64, i686, aarch64, ppc64le, s390x, riscv64
+  std::string arch;     // x86_64, i686, aarch64, ppc64le, s390x, riscv64
   std::optional<std::string> installer;  // null when unknown
 };
 
@@ -79,10 +71,20 @@ bool describeWindows(MediumFiles &files, Description &out);
 // The boot facts: the catalog, its images and the BIOS loader's config.
 void describeBoot(MediumFiles &files, Description &out);
 
-// The JSON document of the image, or nullopt with errno set when it cannot
-// be opened or is neither ISO 9660 nor UDF; `bytesRead`, when given,
-// receives the bytes read from the image file (the identification's own
-// reads not included).
+// A described medium: the facts and the volume id they came with.
+struct Described {
+  Description facts;
+  std::string volumeId;
+};
+
+// The facts of the image, or nullopt with errno set when it cannot be
+// opened or is neither ISO 9660 nor UDF; `bytesRead`, when given, receives
+// the bytes read from the image file.
+std::optional<Described> describeImage(const char *imagePath,
+                                       uint64_t *bytesRead);
+
+// The JSON document of the image (the facts, plus what identification
+// says of it), or nullopt with errno set as describeImage() does.
 std::optional<std::string> describeMedium(const char *imagePath,
                                           uint64_t *bytesRead);
 
