@@ -7,6 +7,7 @@
 #include <libxml/xpathInternals.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -451,6 +452,71 @@ TEST(Autounattend, TemplatesAreFoundAndCheckedLikeInput) {
   std::string text = writeOk(windowsDisc(), e);
   unsetenv("GUESTPREP_TEMPLATEDIR");
   EXPECT_EQ(Unattend(text).texts(kOobe + "/u:OOBE/u:ProtectYourPC"), "1");
+}
+
+// A Windows 11 arm64 disc with two images, made by wimlib-imagex and
+// genisoimage and cached in the build tree.
+std::string arm64Disc() {
+  const std::string out =
+      std::string(GP_BINARY_DIR) + "/fixtures/autounattend-win11-arm64.iso";
+  if (gp::test::fileExists(out)) {
+    return out;
+  }
+  TempDir tmp;
+  std::string props;
+  for (const char *index : {"1", "2"}) {
+    props += std::string(" wimlib-imagex info disc/sources/install.wim ") +
+             index +
+             " --image-property WINDOWS/ARCH=12"
+             " --image-property WINDOWS/EDITIONID=Core"
+             " --image-property WINDOWS/INSTALLATIONTYPE=Client"
+             " --image-property WINDOWS/VERSION/MAJOR=10"
+             " --image-property WINDOWS/VERSION/MINOR=0"
+             " --image-property WINDOWS/VERSION/BUILD=26100"
+             " --image-property WINDOWS/LANGUAGES/DEFAULT=de-DE;";
+  }
+  const std::string cmd =
+      "set -e; cd " + shellQuote(tmp.path()) +
+      "; mkdir -p src disc/sources; echo hi > src/a.txt;"
+      " wimlib-imagex capture src disc/sources/install.wim 'Windows 11 Home';"
+      " wimlib-imagex append src disc/sources/install.wim 'Windows 11 Pro';" +
+      props +
+      " genisoimage -quiet -udf -J -R -V CCCOMA_A64FRE_DE-DE -o disc.iso disc;"
+      " mkdir -p " +
+      shellQuote(std::string(GP_BINARY_DIR) + "/fixtures") + "; mv disc.iso " +
+      shellQuote(out);
+  EXPECT_EQ(gp::test::runCommand("(" + cmd + ") >/dev/null 2>&1"), 0) << cmd;
+  return out;
+}
+
+// From a described disc to the seed medium, as the prepare command goes.
+TEST(Autounattend, FromTheDescribedDiscToTheSeedMedium) {
+  std::optional<Described> disc =
+      gp::medium::describeImage(arm64Disc().c_str(), nullptr);
+  ASSERT_TRUE(disc.has_value());
+  InstallEntries e = baseEntries();
+  e.edition = "Windows 11 Pro";
+  Answer answer;
+  std::string error;
+  ASSERT_TRUE(gp::medium::writeAutounattend(*disc, e, answer, error)) << error;
+  TempDir dir;
+  ASSERT_TRUE(gp::medium::makeSeedMedium(answer, dir / "seed.iso", error))
+      << error;
+  ASSERT_EQ(gp::test::runCommand(
+                "xorriso -osirrox on -indev " + shellQuote(dir / "seed.iso") +
+                " -extract /Autounattend.xml " + shellQuote(dir / "back.xml") +
+                " >/dev/null 2>&1"),
+            0);
+  EXPECT_EQ(gp::test::runCommand("xmllint --noout --nonet " +
+                                 shellQuote(dir / "back.xml") + " 2>&1"),
+            0);
+  Unattend xml(gp::test::readFile(dir / "back.xml"));
+  EXPECT_EQ(xml.texts(kPe + "//u:MetaData/u:Value"), "Windows 11 Pro");
+  EXPECT_EQ(xml.texts("//u:SetupUILanguage/u:UILanguage"), "de-DE");
+  EXPECT_EQ(xml.texts("//u:component[@processorArchitecture!='arm64']"), "-");
+  EXPECT_EQ(xml.texts("//u:settings[@pass='windowsPE']/u:component[1]/"
+                      "@processorArchitecture"),
+            "arm64");
 }
 
 }  // namespace
