@@ -195,6 +195,8 @@ std::string masteringCommand(const std::string &label, const std::string &stamp,
     cmd += " --modification-date=" + stamp;
     cmd += " --set_all_file_dates " + stamp;
   }
+  // Both paths are absolute (the user's temporary directory always is), so
+  // neither is ever taken for an option; "--" would end the emulation.
   cmd += " -o " + shellQuote(image) + " " + shellQuote(tree);
   cmd += " </dev/null >" + shellQuote(log) + " 2>&1";
   return cmd;
