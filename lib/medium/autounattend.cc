@@ -1,5 +1,7 @@
 // Autounattend.xml for Windows 10, Windows 11 and Windows Server 2016 to
 // 2025: the shipped template with the user's entries placed by XPath.
+#include "lib/medium/autounattend.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -462,19 +464,15 @@ bool fill(xmlXPathContext *ctx, const InstallEntries &entries, const Values &v,
 
 }  // namespace
 
-bool writeAutounattend(const Described &disc, const InstallEntries &entries,
-                       Answer &out, std::string &error) {
+bool fillAutounattend(const std::string &templateText, const Described &disc,
+                      const InstallEntries &entries, Answer &out,
+                      std::string &error) {
   Values values;
   if (!checkDisc(disc, error) || !checkEntries(entries, error) ||
       !chooseValues(disc, entries, values, error)) {
     return false;
   }
-  std::string text;
-  if (!readAnswerTemplate(entries.templateDir, kInstaller, "autounattend.xml",
-                          text, error)) {
-    return false;
-  }
-  xml::DocPtr doc = xml::parseTemplate(text);
+  xml::DocPtr doc = xml::parseTemplate(templateText);
   xml::ContextPtr ctx =
       doc ? xml::newContext(
                 doc.get(),
@@ -502,6 +500,21 @@ bool writeAutounattend(const Described &disc, const InstallEntries &entries,
   out.volumeLabel = kVolumeLabel;
   out.files = {{kFileName, std::move(xmlText)}};
   return true;
+}
+
+bool writeAutounattend(const Described &disc, const InstallEntries &entries,
+                       Answer &out, std::string &error) {
+  std::string text;
+  // The entries are checked before the template is looked for, so that a
+  // bad entry is named even when no template is installed.
+  if (!checkDisc(disc, error) || !checkEntries(entries, error)) {
+    return false;
+  }
+  if (!readAnswerTemplate(entries.templateDir, kInstaller, "autounattend.xml",
+                          text, error)) {
+    return false;
+  }
+  return fillAutounattend(text, disc, entries, out, error);
 }
 
 }  // namespace gp::medium
