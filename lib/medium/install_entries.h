@@ -35,9 +35,9 @@ struct AnswerFile {
 };
 
 struct Answer {
-  std::string installer;          // os.installer of the description
-  std::string volumeLabel;        // the second medium's label ("OEMDRV",
-                                  // "CIDATA"; Windows Setup takes any)
+  std::string installer;    // os.installer of the description
+  std::string volumeLabel;  // the second medium's label ("OEMDRV",
+                            // "CIDATA"; Windows Setup takes any)
   std::vector<AnswerFile> files;  // the first is the answer file proper
 };
 
