@@ -384,6 +384,12 @@ TEST(Autounattend, RefusesWhatItCannotWrite) {
       {"language",
        [](InstallEntries &e, Described &) { e.language = "english"; },
        "not a language tag"},
+      {"language without region",
+       [](InstallEntries &e, Described &) { e.language = "de"; },
+       "not a language tag"},
+      {"language with empty region",
+       [](InstallEntries &e, Described &) { e.language = "de_"; },
+       "not a language tag"},
       {"edition",
        [](InstallEntries &e, Described &) {
          e.edition = "Windows 11 Ultimate";

@@ -154,7 +154,7 @@ const Edition *chooseEdition(const Described &disc, const std::string &wanted,
 }
 
 // "en-US" from "en-US", "en_US" or "en_US.UTF-8"; empty when the text is no
-// language tag.
+// language tag with a region.
 std::string localeName(std::string_view language) {
   language = language.substr(0, language.find_first_of(".@"));
   std::string out;
@@ -175,8 +175,9 @@ std::string localeName(std::string_view language) {
     out += (part > 0 ? "-" : "") + std::string(piece);
     ++part;
   }
-  // Every separator must have been between two pieces.
-  return out.size() == language.size() ? out : "";
+  // A language and its region at least ("de" alone names no locale that
+  // Setup takes); every separator between two pieces.
+  return part >= 2 && out.size() == language.size() ? out : "";
 }
 
 // The computer name: the one given, checked, or one made of the user name.
