@@ -194,6 +194,8 @@ TEST(Autounattend, EachPassCarriesTheEntries) {
       {kAccount + "/u:Name", "jane"},
       {kAccount + "/u:DisplayName", "Jane Doe"},
       {kAccount + "/u:Group", "Administrators"},
+      {kAccount + "/@wcm:action", "add"},
+      {kPe + "//u:MetaData/@wcm:action", "add"},
       {"//u:PlainText", "false|false|false"},
       {kOobe + "/u:FirstLogonCommands/u:SynchronousCommand/u:Order", "1"},
       {"//u:component[@processorArchitecture!='amd64']", "-"},
