@@ -105,9 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       text.data(), static_cast<int>(text.size()), "out.xml", nullptr,
       XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
   check(doc != nullptr);
-  check(allHold(doc, "//u:LocalAccount/u:Name", entries.user));
-  check(
-      allHold(doc, "//u:MetaData[u:Key='/IMAGE/NAME']/u:Value", edition.name));
+  check(allHold(doc, (kAccount + "/u:Name").c_str(), entries.user));
+  check(allHold(doc, kImageName, edition.name));
   // A template without a DisplayName has nowhere to put the full name.
   const std::string shown =
       entries.fullName.empty() ? entries.user : entries.fullName;
