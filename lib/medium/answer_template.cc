@@ -18,9 +18,9 @@ constexpr size_t kMaxTemplateBytes = 1u << 20;
 
 }  // namespace
 
-std::string answerTemplateRoot(const InstallEntries &entries) {
-  if (!entries.templateDir.empty()) {
-    return entries.templateDir;
+std::string answerTemplateRoot(const std::string &templateDir) {
+  if (!templateDir.empty()) {
+    return templateDir;
   }
   const char *dir = std::getenv("GUESTPREP_TEMPLATEDIR");
   return dir != nullptr && dir[0] != '\0' ? dir : GP_TEMPLATES_DIR;
@@ -29,11 +29,11 @@ std::string answerTemplateRoot(const InstallEntries &entries) {
 bool loadAnswerTemplate(const InstallEntries &entries,
                         std::string_view installer, std::string_view file,
                         std::string &text, std::string &error) {
-  std::string path =
-      joinPath(joinPath(answerTemplateRoot(entries), installer), file);
+  std::string path = joinPath(
+      joinPath(answerTemplateRoot(entries.templateDir), installer), file);
   errno = 0;
   if (!readWholeFile(path.c_str(), text, kMaxTemplateBytes)) {
-    error = "template " + path + ": " +
+    error = "cannot read the template " + path + ": " +
             (errno != 0 ? std::strerror(errno)
                         : "not a regular file of at most 1 MiB");
     return false;

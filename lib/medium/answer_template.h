@@ -11,10 +11,10 @@
 
 namespace gp::medium {
 
-// The template directory: entries.templateDir when set, else
-// $GUESTPREP_TEMPLATEDIR when set, else where `cmake --install` puts the
-// templates.
-std::string answerTemplateRoot(const InstallEntries &entries);
+// The template directory: `templateDir` when set (the caller's choice),
+// else $GUESTPREP_TEMPLATEDIR when set, else where `cmake --install` puts
+// the templates.
+std::string answerTemplateRoot(const std::string &templateDir);
 
 // Reads <root>/<installer>/<file> into `text`; false with `error` naming
 // the file and the reason otherwise.
