@@ -267,14 +267,15 @@ GrubPieces grubPieces() {
                fixtureDir() + "/remaster-grub-bootx64.efi"};
   if (!gp::test::fileExists(g.bios) || !gp::test::fileExists(g.efi)) {
     std::string d = shellQuote(fixtureDir());
+    // Tests running side by side each make their own and rename it in.
     std::string cmd =
         "set -e; mkdir -p " + d + "; cd " + d +
-        "; grub-mkimage -O i386-pc-eltorito -p /boot/grub -o rg-bios.tmp "
+        "; grub-mkimage -O i386-pc-eltorito -p /boot/grub -o rg-bios.$$ "
         "biosdisk iso9660 normal configfile linux"
-        "; grub-mkimage -O x86_64-efi -p /EFI/BOOT -o rg-efi.tmp "
+        "; grub-mkimage -O x86_64-efi -p /EFI/BOOT -o rg-efi.$$ "
         "iso9660 fat part_gpt normal configfile linux"
-        "; mv rg-bios.tmp remaster-grub-eltorito.img"
-        "; mv rg-efi.tmp remaster-grub-bootx64.efi";
+        "; mv rg-bios.$$ remaster-grub-eltorito.img"
+        "; mv rg-efi.$$ remaster-grub-bootx64.efi";
     EXPECT_EQ(0, gp::test::runCommand("(" + cmd + ") >/dev/null 2>&1"));
   }
   return g;
