@@ -267,14 +267,15 @@ GrubPieces grubPieces() {
                fixtureDir() + "/remaster-grub-bootx64.efi"};
   if (!gp::test::fileExists(g.bios) || !gp::test::fileExists(g.efi)) {
     std::string d = shellQuote(fixtureDir());
+    // Tests running side by side each make their own and rename it in.
     std::string cmd =
         "set -e; mkdir -p " + d + "; cd " + d +
-        "; grub-mkimage -O i386-pc-eltorito -p /boot/grub -o rg-bios.tmp "
+        "; grub-mkimage -O i386-pc-eltorito -p /boot/grub -o rg-bios.$$ "
         "biosdisk iso9660 normal configfile linux"
-        "; grub-mkimage -O x86_64-efi -p /EFI/BOOT -o rg-efi.tmp "
+        "; grub-mkimage -O x86_64-efi -p /EFI/BOOT -o rg-efi.$$ "
         "iso9660 fat part_gpt normal configfile linux"
-        "; mv rg-bios.tmp remaster-grub-eltorito.img"
-        "; mv rg-efi.tmp remaster-grub-bootx64.efi";
+        "; mv rg-bios.$$ remaster-grub-eltorito.img"
+        "; mv rg-efi.$$ remaster-grub-bootx64.efi";
     EXPECT_EQ(0, gp::test::runCommand("(" + cmd + ") >/dev/null 2>&1"));
   }
   return g;
@@ -496,6 +497,52 @@ TEST(RemasterDisc, AppendedEfiPartitionKeepsTheHybridLayout) {
                    line.find("rewriting appended partition 2") == 0;
   }
   EXPECT_TRUE(sawPartition);
+}
+
+// Fedora 37 and later: GRUB only, the menu inside the EFI image uses
+// linuxefi, and here the EFI image is hidden from the file tree.
+TEST(RemasterDisc, HiddenEfiImageOfAnAnacondaDisc) {
+  gp::test::TempDir tmp;
+  GrubPieces grub = grubPieces();
+  const std::string menu =
+      "set default=\"1\"\nset timeout=60\nmenuentry 'Install Fedora 40' "
+      "--class fedora {\n\tlinuxefi /images/pxeboot/vmlinuz "
+      "inst.stage2=hd:LABEL=Fedora-S-dvd-x86_64-40 quiet\n\tinitrdefi "
+      "/images/pxeboot/initrd.img\n}\nmenuentry 'Test this media & install "
+      "Fedora 40' --class fedora {\n\tlinuxefi /images/pxeboot/vmlinuz "
+      "inst.stage2=hd:LABEL=Fedora-S-dvd-x86_64-40 rd.live.check quiet\n"
+      "\tinitrdefi /images/pxeboot/initrd.img\n}\n";
+  std::string efi = efiImage(tmp, menu);
+  std::string iso = master(
+      tmp,
+      {{".treeinfo",
+        "[header]\ntype = productmd.treeinfo\nversion = 1.2\n\n[release]\n"
+        "name = Fedora\nshort = Fedora\nversion = 40\n\n[tree]\narch = "
+        "x86_64\nplatforms = x86_64\n"},
+       {"boot/grub2/grub.cfg", menu},
+       {"images/pxeboot/vmlinuz", "kernel"},
+       {"images/pxeboot/initrd.img", "initrd"}},
+      "Fedora-S-dvd-x86_64-40",
+      "-b images/eltorito.img -no-emul-boot -boot-load-size 4 "
+      "-boot-info-table -eltorito-alt-boot -e images/efiboot.img "
+      "-no-emul-boot -hide images/efiboot.img -hide-joliet images/efiboot.img",
+      {{"images/eltorito.img", grub.bios}, {"images/efiboot.img", efi}});
+  std::string answer = tmp / "ks.cfg";
+  gp::test::writeFile(answer, "text\nreboot\n");
+  Outcome r = remaster(iso, answer, tmp / "out.iso");
+  ASSERT_EQ(RemasterStatus::Ok, r.status) << r.error;
+  std::string out = tmp / "out.iso";
+  const std::string line =
+      "\tlinuxefi /images/pxeboot/vmlinuz "
+      "inst.stage2=hd:LABEL=Fedora-S-dvd-x86_64-40 quiet "
+      "inst.ks=hd:LABEL=Fedora-S-dvd-x86_64-40:/ks.cfg\n";
+  std::string config = efiConfig(out);
+  EXPECT_NE(std::string::npos, config.find(line)) << config;
+  EXPECT_EQ(0u,
+            config.find("set default='Install Fedora 40'\nset timeout=5\n"));
+  EXPECT_NE(std::string::npos, extract(out, "/boot/grub2/grub.cfg").find(line));
+  EXPECT_EQ("text\nreboot\n", extract(out, "/ks.cfg"));
+  EXPECT_EQ(bootReport(iso), bootReport(out));
 }
 
 TEST(RemasterDisc, IsolinuxInTheSuseLoaderDirectory) {

@@ -101,7 +101,7 @@ class Remaster {
   }
   bool addFile(const std::string &isoPath, std::string_view text);
   bool rewriteIsolinux(MediumFiles &files, const Described &d);
-  bool rewriteGrubMenus(MediumFiles &files);
+  bool rewriteGrubMenus(MediumFiles &walk, MediumFiles &files);
   bool rewriteEfiImages(MediumFiles &files);
   bool copyPartition(const AppendedPartition &part, const std::string &to);
   std::string writeCommand(const std::string &tmpOut) const;
@@ -162,8 +162,10 @@ bool Remaster::rewriteIsolinux(MediumFiles &files, const Described &d) {
   return true;
 }
 
-bool Remaster::rewriteGrubMenus(MediumFiles &files) {
-  for (const std::string &path : grubConfigsOnDisc(files)) {
+// The walk and the reads have budgets of their own, so that a disc with
+// many directories still has its menus read.
+bool Remaster::rewriteGrubMenus(MediumFiles &walk, MediumFiles &files) {
+  for (const std::string &path : grubConfigsOnDisc(walk)) {
     std::optional<std::string> text = files.read(path, kMaxMenuBytes);
     if (!text) {
       error_ = image_ + ": " + path + " cannot be read";
@@ -394,14 +396,14 @@ RemasterStatus Remaster::run(const std::string &answerText) {
   if (!readBootReport(image_, scratch_, before_, why)) {
     return fail(why);
   }
-  MediumFiles isolinuxFiles, grubFiles, efiFiles;
-  if (isolinuxFiles.open(image_.c_str()) != img::IMG_OK ||
-      grubFiles.open(image_.c_str()) != img::IMG_OK ||
-      efiFiles.open(image_.c_str()) != img::IMG_OK) {
-    return fail(image_ + ": " + std::strerror(errno));
+  MediumFiles isolinuxFiles, walkFiles, grubFiles, efiFiles;
+  for (MediumFiles *f : {&isolinuxFiles, &walkFiles, &grubFiles, &efiFiles}) {
+    if (f->open(image_.c_str()) != img::IMG_OK) {
+      return fail(image_ + ": " + std::strerror(errno));
+    }
   }
-  if (!rewriteIsolinux(isolinuxFiles, *d) || !rewriteGrubMenus(grubFiles) ||
-      !rewriteEfiImages(efiFiles)) {
+  if (!rewriteIsolinux(isolinuxFiles, *d) ||
+      !rewriteGrubMenus(walkFiles, grubFiles) || !rewriteEfiImages(efiFiles)) {
     return RemasterStatus::Failed;
   }
   if (!changes_.installerEntry) {

@@ -63,6 +63,14 @@ bool ScratchArea::write(const std::string &path, std::string_view data) {
 
 bool runTool(const std::string &command, ScratchArea &scratch,
              std::string *output) {
+  // A NUL byte (from a name on a hostile disc) would cut the command
+  // short, quotes and all.
+  if (command.find('\0') != std::string::npos) {
+    if (output != nullptr) {
+      *output = "a name holds a NUL byte";
+    }
+    return false;
+  }
   std::string log =
       scratch.file("tool-" + std::to_string(hostOps().rand()) + ".log");
   std::string full =
