@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "lib/medium/answer_escape.h"
-#include "lib/medium/answer_template.h"
+#include "lib/medium/template_fill.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string_view text(reinterpret_cast<const char *>(data), size);

@@ -4,9 +4,10 @@
 #include <string>
 
 #include "lib/medium/answer_escape.h"
-#include "lib/medium/answer_template.h"
+#include "lib/medium/answer_templates.h"
 #include "lib/medium/install_entries.h"
 #include "lib/medium/linux_answer_values.h"
+#include "lib/medium/template_fill.h"
 
 namespace gp::medium {
 namespace {
@@ -34,7 +35,8 @@ std::string quoted(const std::string &text) {
 bool fill(const InstallEntries &entries, const char *file,
           const TemplateValues &values, std::string &text, std::string &error) {
   std::string templ;
-  return loadAnswerTemplate(entries, kInstaller, file, templ, error) &&
+  return readAnswerTemplate(entries.templateDir, kInstaller, file, templ,
+                            error) &&
          fillAnswerTemplate(templ, values, file, text, error);
 }
 

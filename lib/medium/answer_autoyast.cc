@@ -5,9 +5,10 @@
 #include <vector>
 
 #include "lib/medium/answer_escape.h"
-#include "lib/medium/answer_template.h"
+#include "lib/medium/answer_templates.h"
 #include "lib/medium/install_entries.h"
 #include "lib/medium/linux_answer_values.h"
+#include "lib/medium/template_fill.h"
 #include "platform/strutil.h"
 
 namespace gp::medium {
@@ -85,7 +86,8 @@ bool writeAutoyast(const Described &disc, const InstallEntries &entries,
   std::string templ, text;
   if (os == nullptr || !suseProduct(*os, product, error) ||
       !prepareLinuxValues(entries, UserNameRules::Linux, v, error) ||
-      !loadAnswerTemplate(entries, kInstaller, kTemplate, templ, error)) {
+      !readAnswerTemplate(entries.templateDir, kInstaller, kTemplate, templ,
+                          error)) {
     return false;
   }
   // The entries were checked to be one line of UTF-8, which XML carries.

@@ -4,9 +4,10 @@
 #include <string>
 
 #include "lib/medium/answer_escape.h"
-#include "lib/medium/answer_template.h"
+#include "lib/medium/answer_templates.h"
 #include "lib/medium/install_entries.h"
 #include "lib/medium/linux_answer_values.h"
+#include "lib/medium/template_fill.h"
 
 namespace gp::medium {
 namespace {
@@ -90,7 +91,8 @@ bool writeKickstart(const Described &disc, const InstallEntries &entries,
   if (os == nullptr || !anacondaRelease(*os, release, error) ||
       !installSource(disc, entries, source, error) ||
       !prepareLinuxValues(entries, UserNameRules::Linux, v, error) ||
-      !loadAnswerTemplate(entries, kInstaller, kTemplate, templ, error)) {
+      !readAnswerTemplate(entries.templateDir, kInstaller, kTemplate, templ,
+                          error)) {
     return false;
   }
   // The OS name lands in a comment, which ends at the line's end.

@@ -4,9 +4,10 @@
 #include <string>
 
 #include "lib/medium/answer_escape.h"
-#include "lib/medium/answer_template.h"
+#include "lib/medium/answer_templates.h"
 #include "lib/medium/install_entries.h"
 #include "lib/medium/linux_answer_values.h"
+#include "lib/medium/template_fill.h"
 
 namespace gp::medium {
 namespace {
@@ -58,7 +59,8 @@ bool writePreseed(const Described &disc, const InstallEntries &entries,
         "backslash";
     return false;
   }
-  if (!loadAnswerTemplate(entries, kInstaller, kTemplate, templ, error)) {
+  if (!readAnswerTemplate(entries.templateDir, kInstaller, kTemplate, templ,
+                          error)) {
     return false;
   }
   TemplateValues values = {
