@@ -376,6 +376,11 @@ TEST(Autounattend, RefusesWhatItCannotWrite) {
        },
        "no edition \"Windows 11 Ultimate\"; it has \"Windows 11 Home\", "
        "\"Windows 11 Pro\""},
+      {"disc edition",
+       [](InstallEntries &, Described &d) {
+         d.facts.editions[0].name = std::string("Pro\0X", 5);
+       },
+       "edition name holds"},
       {"no editions",
        [](InstallEntries &, Described &d) { d.facts.editions.clear(); },
        "no install image"},

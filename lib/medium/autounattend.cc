@@ -315,6 +315,13 @@ bool chooseValues(const Described &disc, const InstallEntries &entries,
     return false;
   }
   v.image = edition->name;
+  // The disc's own text, checked like the user's.
+  if (!xml::carriesAsLine(v.image)) {
+    error =
+        "the disc's edition name holds a line break or a control character, "
+        "which the answer file cannot carry";
+    return false;
+  }
   const std::string &arch =
       edition->arch.empty() ? disc.facts.os->arch : edition->arch;
   v.arch = windowsArch(arch);
