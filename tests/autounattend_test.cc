@@ -376,6 +376,11 @@ TEST(Autounattend, RefusesWhatItCannotWrite) {
        },
        "no edition \"Windows 11 Ultimate\"; it has \"Windows 11 Home\", "
        "\"Windows 11 Pro\""},
+      {"disc edition",
+       [](InstallEntries &, Described &d) {
+         d.facts.editions[0].name = std::string("Pro\0X", 5);
+       },
+       "edition name holds"},
       {"no editions",
        [](InstallEntries &, Described &d) { d.facts.editions.clear(); },
        "no install image"},
@@ -429,8 +434,10 @@ TEST(Autounattend, TemplatesAreFoundAndCheckedLikeInput) {
   EXPECT_NE(refusal(windowsDisc(), e).find("no single disk layout for UEFI"),
             std::string::npos);
   e.templateDir = dir / "none";
-  EXPECT_NE(refusal(windowsDisc(), e).find("cannot read the template"),
-            std::string::npos);
+  EXPECT_NE(
+      refusal(windowsDisc(), e)
+          .find("template " + (dir / "none/windows-setup/autounattend.xml")),
+      std::string::npos);
   // GUESTPREP_TEMPLATEDIR stands in when the entries name no directory.
   e.templateDir.clear();
   gp::test::writeFile(dir / "windows-setup/autounattend.xml", own);

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "guestprep/autoinstall.h"
-#include "lib/medium/answer_templates.h"
+#include "lib/medium/answer_template.h"
 #include "lib/medium/answer_xml.h"
 #include "lib/medium/install_entries.h"
 #include "platform/fatal.h"
@@ -315,6 +315,13 @@ bool chooseValues(const Described &disc, const InstallEntries &entries,
     return false;
   }
   v.image = edition->name;
+  // The disc's own text, checked like the user's.
+  if (!xml::carriesAsLine(v.image)) {
+    error =
+        "the disc's edition name holds a line break or a control character, "
+        "which the answer file cannot carry";
+    return false;
+  }
   const std::string &arch =
       edition->arch.empty() ? disc.facts.os->arch : edition->arch;
   v.arch = windowsArch(arch);
@@ -511,8 +518,8 @@ bool writeAutounattend(const Described &disc, const InstallEntries &entries,
   if (!checkDisc(disc, error) || !checkEntries(entries, error)) {
     return false;
   }
-  if (!readAnswerTemplate(entries.templateDir, kInstaller, "autounattend.xml",
-                          text, error)) {
+  if (!loadAnswerTemplate(entries, kInstaller, "autounattend.xml", text,
+                          error)) {
     return false;
   }
   return fillAutounattend(text, disc, entries, out, error);
