@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "guestprep/autoinstall.h"
-#include "lib/medium/answer_template.h"
+#include "lib/medium/answer_templates.h"
 #include "lib/medium/answer_xml.h"
 #include "lib/medium/install_entries.h"
 #include "platform/fatal.h"
@@ -518,8 +518,8 @@ bool writeAutounattend(const Described &disc, const InstallEntries &entries,
   if (!checkDisc(disc, error) || !checkEntries(entries, error)) {
     return false;
   }
-  if (!loadAnswerTemplate(entries, kInstaller, "autounattend.xml", text,
-                          error)) {
+  if (!readAnswerTemplate(entries.templateDir, kInstaller, "autounattend.xml",
+                          text, error)) {
     return false;
   }
   return fillAutounattend(text, disc, entries, out, error);
