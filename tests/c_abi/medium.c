@@ -1,14 +1,27 @@
 /* The medium description header from plain C99. */
+#include "guestprep/medium.h"
+
 #include <errno.h>
 #include <stdlib.h>
-
-#include "guestprep/medium.h"
+#include <string.h>
 
 int main(void) {
   char *doc = Guestprep_DescribeMedium("/nonexistent/image.iso");
+  char *prepared;
+  int ok;
   if (doc != NULL) {
     free(doc);
     return 1;
   }
-  return errno == ENOENT ? 0 : 1;
+  if (errno != ENOENT) {
+    return 1;
+  }
+  /* A refusal is a JSON document too, with the status a command exits
+   * with. */
+  prepared = Guestprep_PrepareInstall("/nonexistent/image.iso", "{}",
+                                      "/nonexistent/out");
+  ok = prepared != NULL && strstr(prepared, "\"error\"") != NULL &&
+       strstr(prepared, "\"status\":2") != NULL;
+  free(prepared);
+  return ok ? 0 : 1;
 }
