@@ -7,14 +7,11 @@
 #include <string>
 
 #include "guestprep/autoinstall.h"
+#include "lib/medium/answer_templates.h"
 #include "lib/medium/prepare_steps.h"
 #include "platform/abi.h"
 #include "platform/hostio.h"
 #include "platform/strutil.h"
-
-#ifndef GP_TEMPLATES_DIR
-#define GP_TEMPLATES_DIR "/usr/share/guestprep/templates"
-#endif
 
 namespace gp::medium {
 namespace {
@@ -176,11 +173,7 @@ PrepareStatus classicLinux(const PrepareRequest &request,
 }
 
 std::string windowsTemplates(const InstallEntries &e) {
-  const char *env = std::getenv("GUESTPREP_TEMPLATEDIR");
-  std::string root = !e.templateDir.empty()             ? e.templateDir
-                     : env != nullptr && env[0] != '\0' ? env
-                                                        : GP_TEMPLATES_DIR;
-  return joinPath(root, "windows");
+  return joinPath(templateRoot(e.templateDir), "windows");
 }
 
 PrepareStatus classicWindows(const PrepareRequest &request,
