@@ -194,6 +194,8 @@ TEST(Autounattend, EachPassCarriesTheEntries) {
       {kAccount + "/u:Name", "jane"},
       {kAccount + "/u:DisplayName", "Jane Doe"},
       {kAccount + "/u:Group", "Administrators"},
+      {kAccount + "/@wcm:action", "add"},
+      {kPe + "//u:MetaData/@wcm:action", "add"},
       {"//u:PlainText", "false|false|false"},
       {kOobe + "/u:FirstLogonCommands/u:SynchronousCommand/u:Order", "1"},
       {"//u:component[@processorArchitecture!='amd64']", "-"},
@@ -242,16 +244,11 @@ TEST(Autounattend, OptionsChangeTheirPartsOnly) {
   const Case cases[] = {
       {"uefi layout", [](InstallEntries &, Described &) {}, types,
        "EFI|MSR|Primary"},
-      {"uefi formats", [](InstallEntries &, Described &) {},
-       disk + "//u:ModifyPartition/u:Format", "FAT32|NTFS"},
       {"uefi target", [](InstallEntries &, Described &) {},
        installTo + "/u:PartitionID", "3"},
       {"bios layout",
        [](InstallEntries &e, Described &) { e.firmware = Firmware::Bios; },
        types, "Primary|Primary"},
-      {"bios active",
-       [](InstallEntries &e, Described &) { e.firmware = Firmware::Bios; },
-       disk + "//u:Active", "true"},
       {"bios target",
        [](InstallEntries &e, Described &) { e.firmware = Firmware::Bios; },
        installTo + "/u:PartitionID", "2"},
@@ -306,15 +303,9 @@ TEST(Autounattend, OptionsChangeTheirPartsOnly) {
       {"computer name from the user",
        [](InstallEntries &e, Described &) { e.user = "jane.doe-of-house1"; },
        kSpecialize + "//u:ComputerName", "janedoe-of-hous"},
-      {"computer name in ASCII",
-       [](InstallEntries &e, Described &) { e.user = "Jürgen"; },
-       kSpecialize + "//u:ComputerName", "Jrgen"},
       {"computer name left to Windows",
        [](InstallEntries &e, Described &) { e.user = "1234"; },
        kSpecialize + "//u:ComputerName", "*"},
-      {"server 2025",
-       [](InstallEntries &, Described &d) { d = windowsDisc("win2k25"); },
-       "//u:AutoLogon/u:Username", "jane"},
   };
   for (const Case &c : cases) {
     InstallEntries e = baseEntries();
@@ -354,8 +345,6 @@ TEST(Autounattend, RefusesWhatItCannotWrite) {
       {"line break",
        [](InstallEntries &e, Described &) { e.fullName = "a\nb"; },
        "full name holds a line break"},
-      {"control", [](InstallEntries &e, Described &) { e.password = "a\x01"; },
-       "password holds"},
       {"not utf-8", [](InstallEntries &e, Described &) { e.user = "\xff"; },
        "user name holds"},
       {"account characters",
@@ -364,9 +353,6 @@ TEST(Autounattend, RefusesWhatItCannotWrite) {
       {"built-in account",
        [](InstallEntries &e, Described &) { e.user = "administrator"; },
        "built-in account"},
-      {"long account",
-       [](InstallEntries &e, Described &) { e.user = std::string(21, 'a'); },
-       "1 to 20 characters"},
       {"no user", [](InstallEntries &e, Described &) { e.user.clear(); },
        "user name is needed"},
       {"product key",
@@ -375,14 +361,14 @@ TEST(Autounattend, RefusesWhatItCannotWrite) {
       {"host name",
        [](InstallEntries &e, Described &) { e.hostname = "my_host"; },
        "not a Windows computer name"},
-      {"digits host name",
-       [](InstallEntries &e, Described &) { e.hostname = "12345"; },
-       "not a Windows computer name"},
       {"time zone",
        [](InstallEntries &e, Described &) { e.timeZone = "Mars/Olympus"; },
        "\"Mars/Olympus\" is not a known IANA zone"},
       {"language",
        [](InstallEntries &e, Described &) { e.language = "english"; },
+       "not a language tag"},
+      {"language without region",
+       [](InstallEntries &e, Described &) { e.language = "de"; },
        "not a language tag"},
       {"edition",
        [](InstallEntries &e, Described &) {
@@ -406,9 +392,6 @@ TEST(Autounattend, RefusesWhatItCannotWrite) {
          d.facts.os->installer = "anaconda";
        },
        "not installed by Windows Setup"},
-      {"no template",
-       [](InstallEntries &e, Described &) { e.templateDir = "/nonexistent"; },
-       "cannot read the template /nonexistent/windows-setup/autounattend.xml"},
   };
   for (const Case &c : cases) {
     InstallEntries e = baseEntries();
@@ -444,6 +427,9 @@ TEST(Autounattend, TemplatesAreFoundAndCheckedLikeInput) {
   noEfi.replace(noEfi.find("<Type>EFI</Type>"), 16, "<Type>Primary</Type>");
   gp::test::writeFile(dir / "windows-setup/autounattend.xml", noEfi);
   EXPECT_NE(refusal(windowsDisc(), e).find("no single disk layout for UEFI"),
+            std::string::npos);
+  e.templateDir = dir / "none";
+  EXPECT_NE(refusal(windowsDisc(), e).find("cannot read the template"),
             std::string::npos);
   // GUESTPREP_TEMPLATEDIR stands in when the entries name no directory.
   e.templateDir.clear();

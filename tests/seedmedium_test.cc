@@ -149,16 +149,12 @@ TEST_F(SeedMedium, RefusesBadRequests) {
   } cases[] = {
       {"label", Answer{"", "OEM DRV", {{"ks.cfg", ""}}}, nullptr,
        "volume label"},
-      {"long label", Answer{"", std::string(33, 'A'), {{"ks.cfg", ""}}},
-       nullptr, "volume label"},
       {"no files", Answer{"", "OEMDRV", {}}, nullptr, "1 to 16 files"},
       {"path", Answer{"", "OEMDRV", {{"../ks.cfg", ""}}}, nullptr,
        "not a file name"},
-      {"dot", Answer{"", "OEMDRV", {{"..", ""}}}, nullptr, "not a file name"},
       {"twice", Answer{"", "OEMDRV", {{"ks.cfg", ""}, {"ks.cfg", ""}}}, nullptr,
        "given twice"},
       {"epoch", cidata(), "yesterday", "SOURCE_DATE_EPOCH"},
-      {"negative epoch", cidata(), "-1", "SOURCE_DATE_EPOCH"},
   };
   for (const auto &c : cases) {
     std::string error;

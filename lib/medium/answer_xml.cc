@@ -99,7 +99,10 @@ bool setText(xmlXPathContext *ctx, const char *expression,
              std::string_view text) {
   std::vector<xmlNode *> nodes = select(ctx, expression);
   const std::string owned(text);
-  for (xmlNode *node : nodes) {
+  // Last first: a selected node inside another selected one is set before
+  // its ancestor's new content frees it, never after.
+  for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
+    xmlNode *node = *it;
     // Emptied first, then added as a text node: the text is never parsed
     // for entity references.
     xmlNodeSetContent(node, nullptr);

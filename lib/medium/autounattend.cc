@@ -1,5 +1,7 @@
 // Autounattend.xml for Windows 10, Windows 11 and Windows Server 2016 to
 // 2025: the shipped template with the user's entries placed by XPath.
+#include "lib/medium/autounattend.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -152,7 +154,7 @@ const Edition *chooseEdition(const Described &disc, const std::string &wanted,
 }
 
 // "en-US" from "en-US", "en_US" or "en_US.UTF-8"; empty when the text is no
-// language tag.
+// language tag with a region.
 std::string localeName(std::string_view language) {
   language = language.substr(0, language.find_first_of(".@"));
   std::string out;
@@ -173,8 +175,9 @@ std::string localeName(std::string_view language) {
     out += (part > 0 ? "-" : "") + std::string(piece);
     ++part;
   }
-  // Every separator must have been between two pieces.
-  return out.size() == language.size() ? out : "";
+  // A language and its region at least ("de" alone names no locale that
+  // Setup takes); every separator between two pieces.
+  return part >= 2 && out.size() == language.size() ? out : "";
 }
 
 // The computer name: the one given, checked, or one made of the user name.
@@ -462,19 +465,15 @@ bool fill(xmlXPathContext *ctx, const InstallEntries &entries, const Values &v,
 
 }  // namespace
 
-bool writeAutounattend(const Described &disc, const InstallEntries &entries,
-                       Answer &out, std::string &error) {
+bool fillAutounattend(const std::string &templateText, const Described &disc,
+                      const InstallEntries &entries, Answer &out,
+                      std::string &error) {
   Values values;
   if (!checkDisc(disc, error) || !checkEntries(entries, error) ||
       !chooseValues(disc, entries, values, error)) {
     return false;
   }
-  std::string text;
-  if (!readAnswerTemplate(entries.templateDir, kInstaller, "autounattend.xml",
-                          text, error)) {
-    return false;
-  }
-  xml::DocPtr doc = xml::parseTemplate(text);
+  xml::DocPtr doc = xml::parseTemplate(templateText);
   xml::ContextPtr ctx =
       doc ? xml::newContext(
                 doc.get(),
@@ -502,6 +501,21 @@ bool writeAutounattend(const Described &disc, const InstallEntries &entries,
   out.volumeLabel = kVolumeLabel;
   out.files = {{kFileName, std::move(xmlText)}};
   return true;
+}
+
+bool writeAutounattend(const Described &disc, const InstallEntries &entries,
+                       Answer &out, std::string &error) {
+  std::string text;
+  // The entries are checked before the template is looked for, so that a
+  // bad entry is named even when no template is installed.
+  if (!checkDisc(disc, error) || !checkEntries(entries, error)) {
+    return false;
+  }
+  if (!readAnswerTemplate(entries.templateDir, kInstaller, "autounattend.xml",
+                          text, error)) {
+    return false;
+  }
+  return fillAutounattend(text, disc, entries, out, error);
 }
 
 }  // namespace gp::medium

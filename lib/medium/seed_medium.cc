@@ -188,7 +188,8 @@ class Staging {
 std::string masteringCommand(const std::string &label, const std::string &stamp,
                              const std::string &image, const std::string &tree,
                              const std::string &log) {
-  std::string cmd = "xorriso -as mkisofs -quiet -J -joliet-long -R";
+  // -no_rc: no startup file of the host or the user changes the image.
+  std::string cmd = "xorriso -no_rc -as mkisofs -quiet -J -joliet-long -R";
   cmd += " -uid 0 -gid 0 -file-mode 0444 -dir-mode 0555";
   cmd += " -V " + shellQuote(label);
   if (!stamp.empty()) {

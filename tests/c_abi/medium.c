@@ -1,4 +1,4 @@
-/* The medium description header from plain C99. */
+/* The medium header from plain C99. */
 #include "guestprep/medium.h"
 
 #include <errno.h>
@@ -6,6 +6,8 @@
 #include <string.h>
 
 int main(void) {
+  char *message = NULL;
+  int rc;
   char *doc = Guestprep_DescribeMedium("/nonexistent/image.iso");
   char *prepared;
   int ok;
@@ -16,6 +18,14 @@ int main(void) {
   if (errno != ENOENT) {
     return 1;
   }
+  rc = Guestprep_RemasterMedium("/nonexistent/image.iso",
+                                "/nonexistent/answer.cfg",
+                                "/nonexistent/out.iso", &message);
+  if (rc != GUESTPREP_REMASTER_BAD_ARGUMENTS || message == NULL) {
+    free(message);
+    return 1;
+  }
+  free(message);
   /* A refusal is a JSON document too, with the status a command exits
    * with. */
   prepared = Guestprep_PrepareInstall("/nonexistent/image.iso", "{}",
