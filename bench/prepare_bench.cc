@@ -35,7 +35,9 @@ std::string redHatDvd() {
   gp::bench::writeText(tree / ".treeinfo",
                        "[header]\ntype = productmd.treeinfo\nversion = 1.2\n"
                        "[release]\nname = Red Hat Enterprise Linux\nshort = "
-                       "RHEL\nversion = 9.3\n[tree]\narch = x86_64\n");
+                       "RHEL\nversion = 9.3\n[tree]\narch = x86_64\n"
+                       "[variant-BaseOS]\nrepository = BaseOS\n"
+                       "[variant-AppStream]\nrepository = AppStream\n");
   gp::bench::writeText(tree / ".discinfo", "1697000000.0\n9.3\nx86_64\n");
   gp::bench::writeText(tree / "BaseOS/repodata/repomd.xml", "<repomd/>\n");
   gp::bench::writeText(tree / "AppStream/repodata/repomd.xml", "<repomd/>\n");

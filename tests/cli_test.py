@@ -258,7 +258,8 @@ class PrepareAnyDisc(Tmp):
     def test_json_names_what_to_attach(self):
         iso = self.disc("rhel9", {".treeinfo": "[header]\ntype = productmd.treeinfo\n"
                                   "version = 1.2\n[release]\nname = Red Hat Enterprise Linux\n"
-                                  "version = 9.3\n[tree]\narch = x86_64\n",
+                                  "version = 9.3\n[tree]\narch = x86_64\n"
+                                  "[variant-BaseOS]\nrepository = BaseOS\n",
                                   "BaseOS/repodata/repomd.xml": "<repomd/>\n"})
         out = self.path("out")
         r = self.prepare(iso, "--out", out, *self.WHO, "--json",

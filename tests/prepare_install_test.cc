@@ -64,7 +64,8 @@ std::string disc(const FileTree &files, const std::string &bootArgs = "") {
 std::string treeinfo(const std::string &name, const std::string &version) {
   return "[header]\ntype = productmd.treeinfo\nversion = 1.2\n\n[release]\n"
          "name = " +
-         name + "\nversion = " + version + "\n[tree]\narch = x86_64\n";
+         name + "\nversion = " + version +
+         "\n[tree]\narch = x86_64\n[variant-BaseOS]\nrepository = BaseOS\n";
 }
 
 const FileTree kRhel9 = {
@@ -421,9 +422,12 @@ TEST(PrepareInstallEntry, JsonInAndOut) {
 
   auto done = callEntry(
       image.c_str(),
-      R"({"user":"jdoe","full_name":"John \"Q\" Doe","password":"p&<>",
+      (R"({"user":"jdoe","full_name":"John \"Q\" Doe","password":"p&<>",
           "root_password":"r#$\\","time_zone":"Europe/Berlin",
-          "power_off":true,"firmware":"bios","no_prompt":false})",
+          "power_off":true,"firmware":"bios","no_prompt":false,
+          "template_dir":")" +
+       gp::test::sourcePath("data/templates") + "\"}")
+          .c_str(),
       out.c_str());
   std::vector<std::string> keys;
   for (const auto &item : done.items()) {
@@ -444,7 +448,9 @@ TEST(PrepareInstallCli, ExitCodes) {
   const std::string who =
       " --user jdoe --full-name 'John Doe' --password p --root-password r";
   auto run = [&](const std::string &args) {
-    return gp::test::runCommand(std::string("GUESTPREP_LOG=/dev/null ") +
+    return gp::test::runCommand(std::string("GUESTPREP_LOG=/dev/null "
+                                            "GUESTPREP_TEMPLATEDIR=") +
+                                gp::test::sourcePath("data/templates") + " " +
                                 GP_CLI + " prepare " + args +
                                 " >/dev/null 2>&1");
   };
