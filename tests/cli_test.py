@@ -233,6 +233,72 @@ class PrepareWindowsFloppy(Tmp):
         self.assertEqual(["autoinst.flp"], os.listdir(self.path("out")))
 
 
+class PrepareAnyDisc(Tmp):
+    """The bare `prepare IMAGE`: the disc picks the way, the output says what
+    to attach, and a refusal leaves nothing behind."""
+    WHO = ("--user", "jdoe", "--full-name", "John Doe", "--password", "s3cret!",
+           "--root-password", "r00t!")
+
+    def disc(self, name, files):
+        root = self.path(name + ".d")
+        for rel, text in files.items():
+            os.makedirs(os.path.dirname(os.path.join(root, rel)), exist_ok=True)
+            with open(os.path.join(root, rel), "w") as f:
+                f.write(text)
+        iso = self.path(name + ".iso")
+        subprocess.run(["xorriso", "-as", "mkisofs", "-quiet", "-R", "-J", "-V", "TEST",
+                        "-o", iso, root], check=True, capture_output=True)
+        return iso
+
+    def prepare(self, *args):
+        env = dict(os.environ, GUESTPREP_LOG=os.devnull, GUESTPREP_LANG="C",
+                   GUESTPREP_TEMPLATEDIR=os.path.join(SOURCE, "data/templates"))
+        return subprocess.run([CLI, "prepare", *args], capture_output=True, env=env)
+
+    def test_json_names_what_to_attach(self):
+        iso = self.disc("rhel9", {".treeinfo": "[header]\ntype = productmd.treeinfo\n"
+                                  "version = 1.2\n[release]\nname = Red Hat Enterprise Linux\n"
+                                  "version = 9.3\n[tree]\narch = x86_64\n"
+                                  "[variant-BaseOS]\nrepository = BaseOS\n",
+                                  "BaseOS/repodata/repomd.xml": "<repomd/>\n"})
+        out = self.path("out")
+        r = self.prepare(iso, "--out", out, *self.WHO, "--json",
+                         "--template-dir", os.path.join(SOURCE, "data/templates"))
+        self.assertEqual(0, r.returncode, r.stderr)
+        doc = json.loads(r.stdout.decode("utf-8", errors="strict"))
+        self.assertEqual(["path", "installer", "answer_file", "boot_image", "second_medium",
+                          "floppy", "firmware", "boot_keypress"], list(doc))
+        self.assertEqual(("modern", "anaconda", iso, False),
+                         (doc["path"], doc["installer"], doc["boot_image"], doc["boot_keypress"]))
+        self.assertEqual({"ks.cfg", "seed.iso"}, set(os.listdir(out)))
+        text = self.prepare(iso, "--out", self.path("out2"), *self.WHO,
+                            "--template-dir", os.path.join(SOURCE, "data/templates"))
+        self.assertEqual(0, text.returncode, text.stderr)
+        self.assertIn(f"second medium: {self.path('out2')}/seed.iso\n", text.stdout.decode())
+
+    def test_exit_status_and_nothing_left_on_refusal(self):
+        live = self.disc("live", {".disk/info": "Ubuntu 24.04 LTS \"Noble Numbat\" - Release amd64",
+                                  "casper/vmlinuz": "k"})
+        out = self.path("out")
+        cases = [
+            ((live, "--out", out, *self.WHO), 1, b"live disc"),
+            ((live, "--out", out, "--user", "u"), 2, b"--full-name is required"),
+            ((live, "--out", out, *self.WHO, "--firmware", "coreboot"), 2, b"uefi or bios"),
+            ((live, *self.WHO), 2, b"--out is required"),
+            ((self.path("missing.iso"), "--out", out, *self.WHO), 2,
+             f"guestprep: {self.path('missing.iso')}: No such file or directory".encode()),
+            # The family word insists on its family.
+            (("windows", live, "--out", out, "--user", "u", "--password", "p"), 1,
+             b"is not a Windows image"),
+        ]
+        for args, status, message in cases:
+            with self.subTest(args=args):
+                r = self.prepare(*args)
+                self.assertEqual((status, b""), (r.returncode, r.stdout))
+                self.assertIn(message, r.stderr)
+                self.assertFalse(os.path.exists(out))
+
+
 GUESS_INFO_KEYS = ("osName", "osName64", "subVersion", "noIsolinux", "versionString",
                    "language", "editions")
 

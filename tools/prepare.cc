@@ -1,5 +1,6 @@
-// guestprep prepare FAMILY IMAGE ...: the family word picks the journey
-// from an installation image to what the new machine boots from.
+// guestprep prepare [FAMILY] IMAGE ...: the family word picks the classic
+// journey from an installation image to what the new machine boots from;
+// without it the disc's description picks the way.
 #include "tools/prepare.h"
 
 #include <cstdio>
@@ -18,18 +19,22 @@ int prepare(const Args &args) {
     if (args[0] == "windows") {
       return prepareWindows(rest);
     }
+    return prepareAny(args);
   }
-  std::fprintf(stderr,
-               "guestprep %s: the first argument must be 'linux' or "
-               "'windows'\n",
-               kName);
+  std::fprintf(stderr, "guestprep %s: the image is required\n", kName);
   return usageError(kName);
 }
 
 }  // namespace
 
 GP_COMMAND(kName,
-           "linux IMAGE --out DIR --user U --full-name F --password P "
+           "IMAGE --out DIR --user U --full-name F --password P "
+           "--root-password R [--edition NAME] [--language L] "
+           "[--time-zone Z] [--hostname H] [--product-key K] "
+           "[--firmware uefi|bios] [--bypass-requirements] [--no-prompt] "
+           "[--power-off] [--template-dir D] [--repo URL] [--json]\n"
+           "       guestprep prepare linux IMAGE --out DIR --user U "
+           "--full-name F --password P "
            "--root-password R [--tools-dir D] [--template-dir D] "
            "[--master TOOL] [--json]\n"
            "       guestprep prepare windows IMAGE --out DIR --user U "

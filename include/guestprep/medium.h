@@ -48,6 +48,39 @@ GUESTPREP_API int Guestprep_RemasterMedium(const char *imagePath,
                                            const char *outPath,
                                            char **errorMessage);
 
+/* ---- Preparing an unattended installation ----
+ *
+ * Guestprep_PrepareInstall() describes the disc at imagePath and writes
+ * into outDir (created when missing) what a new machine needs to install
+ * itself from it: the answer file, the second medium that carries it and,
+ * for Debian (and Ubuntu with "no_prompt"), a remastered boot disc. Guests
+ * that identification recognises and supports, and that are not today's
+ * releases, get the classic answer file and boot ISO "autoinst.iso".
+ *
+ * entriesJson is one JSON object. Strings: "user", "full_name",
+ * "password", "root_password" (required; root's or the local
+ * Administrator's), "product_key", "language" ("en-US"), "time_zone" (an
+ * IANA zone, "UTC"), "hostname", "edition" (a Windows install image NAME,
+ * default the first), "repo_url" (a boot-only Red Hat disc's repository;
+ * Debian's mirror), "template_dir" (the answer-file templates, one
+ * directory per installer). "firmware": "uefi" (default) or "bios", the
+ * Windows disk layout. Booleans: "bypass_requirements" (Windows 11 without
+ * TPM or Secure Boot), "power_off" (instead of a reboot), "no_prompt".
+ *
+ * Returns a malloc'ed JSON document that the caller frees with free():
+ *   {"path": "parts" or "modern", "installer": "anaconda", ...,
+ *    "answer_file": PATH, "boot_image": PATH (the disc itself or the
+ *    remastered one), "second_medium": PATH or null (to attach as a second
+ *    CD), "floppy": PATH or null, "firmware": "uefi", "bios" or "either",
+ *    "boot_keypress": true when the boot disc waits for a key}
+ * or, when nothing was written,
+ *   {"error": "why", "status": 1 (a guest or entries that cannot be
+ *    prepared) or 2 (bad arguments, an image that cannot be opened)}.
+ * NULL only when the library fails inside. */
+GUESTPREP_API char *Guestprep_PrepareInstall(const char *imagePath,
+                                             const char *entriesJson,
+                                             const char *outDir);
+
 #ifdef __cplusplus
 }
 #endif

@@ -3,11 +3,14 @@
 
 #include <errno.h>
 #include <stdlib.h>
+#include <string.h>
 
 int main(void) {
   char *message = NULL;
   int rc;
   char *doc = Guestprep_DescribeMedium("/nonexistent/image.iso");
+  char *prepared;
+  int ok;
   if (doc != NULL) {
     free(doc);
     return 1;
@@ -23,5 +26,12 @@ int main(void) {
     return 1;
   }
   free(message);
-  return 0;
+  /* A refusal is a JSON document too, with the status a command exits
+   * with. */
+  prepared = Guestprep_PrepareInstall("/nonexistent/image.iso", "{}",
+                                      "/nonexistent/out");
+  ok = prepared != NULL && strstr(prepared, "\"error\"") != NULL &&
+       strstr(prepared, "\"status\":2") != NULL;
+  free(prepared);
+  return ok ? 0 : 1;
 }
