@@ -315,6 +315,14 @@ bool layOutSuse(Layout &d, const Pieces &p, std::string &options) {
   d.copy(loader + "isolinux.bin", "/usr/lib/ISOLINUX/isolinux.bin");
   d.copy(loader + "ldlinux.c32", "/usr/lib/syslinux/modules/bios/ldlinux.c32");
   d.text(loader + "message", "Welcome to openSUSE Leap 15.5!\n");
+  // SUSE builds its isolinux to look beside itself; Debian's looks for
+  // ldlinux.c32 and its first configuration in fixed directories only, so
+  // a stub there hands over to the loader directory.
+  d.copy("boot/isolinux/ldlinux.c32",
+         "/usr/lib/syslinux/modules/bios/ldlinux.c32");
+  d.text("boot/isolinux/isolinux.cfg",
+         "default loader\nprompt 0\nlabel loader\n  config /" + loader +
+             "isolinux.cfg /" + loader + "\n");
   // The hard disk is the first entry and the default; the installer's
   // kernel and RAM disk are named relative to the loader's directory.
   d.text(loader + "isolinux.cfg",
