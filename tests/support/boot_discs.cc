@@ -94,27 +94,36 @@ bool fetchPieces(Pieces &p, std::string &error) {
   return true;
 }
 
-// A disc being laid out: text files, copies of host files, and the
-// mastering options; `key` collects what decides its bytes.
+// A disc being laid out: text files, copies of host files, and files made
+// by commands; `key` collects what decides its bytes. A dry layout only
+// collects the key, so that a cached disc costs no work.
 class Layout {
  public:
-  explicit Layout(std::string root) : root_(std::move(root)) {}
+  Layout(std::string root, bool dry) : root_(std::move(root)), dry_(dry) {}
   const std::string &root() const { return root_; }
+  bool dry() const { return dry_; }
 
   void text(const std::string &path, const std::string &content) {
-    writeFile(root_ + "/" + path, content);
     key_ += "\n" + path + "\n" + content;
+    if (!dry_) {
+      writeFile(root_ + "/" + path, content);
+    }
   }
   void copy(const std::string &path, const std::string &from) {
-    fs::create_directories(fs::path(root_ + "/" + path).parent_path());
-    fs::copy_file(from, root_ + "/" + path,
-                  fs::copy_options::overwrite_existing);
     key_ += "\n" + path + " <- " + from;
+    if (!dry_) {
+      fs::create_directories(fs::path(root_ + "/" + path).parent_path());
+      fs::copy_file(from, root_ + "/" + path,
+                    fs::copy_options::overwrite_existing);
+    }
   }
-  // A file made by a command; `command` gets the file's path as $1.
+  // A file made by a shell command, which finds the file's path in $f.
   bool make(const std::string &path, const std::string &command) {
-    fs::create_directories(fs::path(root_ + "/" + path).parent_path());
     key_ += "\n" + path + " <- " + command;
+    if (dry_) {
+      return true;
+    }
+    fs::create_directories(fs::path(root_ + "/" + path).parent_path());
     return runCommand("set -e; f=" + shellQuote(root_ + "/" + path) + "; " +
                       command + " >/dev/null 2>&1") == 0;
   }
@@ -123,6 +132,7 @@ class Layout {
 
  private:
   std::string root_;
+  bool dry_;
   std::string key_;
 };
 
@@ -160,32 +170,29 @@ std::string grubImage(const std::string &format, const std::string &prefix,
   return cmd;
 }
 
-// A FAT image (mkfs.fat, files copied in with mtools) holding `files`:
-// path in the image -> host file or, with a leading '=', the content.
+// A FAT image of `kib` KiB (mkfs.fat, files copied in with mtools)
+// holding `files`: path in the image -> host file or, with a leading '=',
+// the content.
 std::string fatImage(
+    unsigned kib,
     const std::vector<std::pair<std::string, std::string>> &files) {
-  uintmax_t bytes = 0;
   std::string fill;
   for (const auto &[path, source] : files) {
-    std::string dir = fs::path(path).parent_path().string();
     std::string parts;
-    for (const auto &part : fs::path(dir)) {
+    for (const auto &part : fs::path(path).parent_path()) {
       parts += "/" + part.string();
       fill += "mmd -i \"$f\" ::" + shellQuote(parts) + " 2>/dev/null || true; ";
     }
     if (!source.empty() && source[0] == '=') {
-      bytes += source.size();
       fill +=
           "printf '%s' " + shellQuote(source.substr(1)) +
           " >\"$f.in\"; mcopy -i \"$f\" \"$f.in\" ::" + shellQuote("/" + path) +
           "; rm -f \"$f.in\"; ";
     } else {
-      bytes += fs::file_size(source);
       fill += "mcopy -i \"$f\" " + shellQuote(source) +
               " ::" + shellQuote("/" + path) + "; ";
     }
   }
-  const uintmax_t kib = (bytes / 1024 + 1024) / 1024 * 1024 + 1024;
   return "rm -f \"$f\"; mkfs.fat -C -n EFIBOOT \"$f\" " + std::to_string(kib) +
          "; " + fill;
 }
@@ -290,8 +297,8 @@ bool layOutDebian(Layout &d, const Pieces &p, std::string &options) {
              "    }\n"
              "}\n");
   if (!d.make("boot/grub/efi.img",
-              fatImage({{"EFI/boot/bootx64.efi", p.shim},
-                        {"EFI/boot/grubx64.efi", p.signedGrub}}))) {
+              fatImage(6144, {{"EFI/boot/bootx64.efi", p.shim},
+                              {"EFI/boot/grubx64.efi", p.signedGrub}}))) {
     return false;
   }
   options =
@@ -371,9 +378,9 @@ bool layOutSuse(Layout &d, const Pieces &p, std::string &options) {
   if (!d.make("EFI/BOOT/bootx64.efi",
               grubImage("x86_64-efi", "/EFI/BOOT", "")) ||
       !d.make("boot/x86_64/efi",
-              fatImage(
-                  {{"EFI/BOOT/bootx64.efi", d.root() + "/EFI/BOOT/bootx64.efi"},
-                   {"EFI/BOOT/grub.cfg", "=" + grubCfg}}))) {
+              fatImage(2048, {{"EFI/BOOT/bootx64.efi",
+                               d.root() + "/EFI/BOOT/bootx64.efi"},
+                              {"EFI/BOOT/grub.cfg", "=" + grubCfg}}))) {
     return false;
   }
   options =
@@ -441,9 +448,9 @@ bool layOutFedora(Layout &d, const Pieces &p, const std::string &volumeId,
       !d.make("EFI/BOOT/BOOTX64.EFI",
               grubImage("x86_64-efi", "/EFI/BOOT", "")) ||
       !d.make("images/efiboot.img",
-              fatImage(
-                  {{"EFI/BOOT/BOOTX64.EFI", d.root() + "/EFI/BOOT/BOOTX64.EFI"},
-                   {"EFI/BOOT/grub.cfg", "=" + cfg}}))) {
+              fatImage(2048, {{"EFI/BOOT/BOOTX64.EFI",
+                               d.root() + "/EFI/BOOT/BOOTX64.EFI"},
+                              {"EFI/BOOT/grub.cfg", "=" + cfg}}))) {
     return false;
   }
   options =
@@ -501,9 +508,10 @@ bool layOutUbuntu(Layout &d, const Pieces &p, const TempDir &tmp,
     return false;
   }
   // The EFI image lives outside the ISO tree, appended as partition 2.
-  Layout efi(tmp / "efi-part");
-  if (!efi.make("efi.img", fatImage({{"EFI/boot/bootx64.efi",
-                                      d.root() + "/EFI/boot/bootx64.efi"}}))) {
+  Layout efi(tmp / "efi-part", d.dry());
+  if (!efi.make("efi.img",
+                fatImage(2048, {{"EFI/boot/bootx64.efi",
+                                 d.root() + "/EFI/boot/bootx64.efi"}}))) {
     return false;
   }
   d.keyPart(efi.key());
@@ -550,37 +558,38 @@ std::string bootDiscVolumeId(BootDisc disc) {
   return {};
 }
 
+namespace {
+
+bool layOut(BootDisc disc, Layout &layout, const Pieces &pieces,
+            const TempDir &tmp, std::string &options) {
+  switch (disc) {
+    case BootDisc::Debian:
+      return layOutDebian(layout, pieces, options);
+    case BootDisc::Suse:
+      return layOutSuse(layout, pieces, options);
+    case BootDisc::Fedora:
+      return layOutFedora(layout, pieces, bootDiscVolumeId(disc), options);
+    case BootDisc::Ubuntu:
+      return layOutUbuntu(layout, pieces, tmp, options);
+  }
+  return false;
+}
+
+}  // namespace
+
 std::string bootDisc(BootDisc disc, std::string &error) {
   Pieces pieces;
   if (!fetchPieces(pieces, error)) {
     return {};
   }
   TempDir tmp;
-  Layout layout(tmp / "disc");
   const std::string volumeId = bootDiscVolumeId(disc);
   std::string options;
-  bool laidOut = false;
-  switch (disc) {
-    case BootDisc::Debian:
-      laidOut = layOutDebian(layout, pieces, options);
-      break;
-    case BootDisc::Suse:
-      laidOut = layOutSuse(layout, pieces, options);
-      break;
-    case BootDisc::Fedora:
-      laidOut = layOutFedora(layout, pieces, volumeId, options);
-      break;
-    case BootDisc::Ubuntu:
-      laidOut = layOutUbuntu(layout, pieces, tmp, options);
-      break;
-  }
-  if (!laidOut) {
-    error = std::string("cannot lay out the ") + bootDiscName(disc) + " disc";
-    return {};
-  }
+  Layout dry(tmp / "disc", true);
+  layOut(disc, dry, pieces, tmp, options);
   // The key names files below the temporary directory; leave its name out.
   std::string key =
-      std::string(kRecipeVersion) + volumeId + options + layout.key();
+      std::string(kRecipeVersion) + volumeId + options + dry.key();
   for (size_t at; (at = key.find(tmp.path())) != std::string::npos;) {
     key.replace(at, tmp.path().size(), "<tmp>");
   }
@@ -591,6 +600,11 @@ std::string bootDisc(BootDisc disc, std::string &error) {
       fixturesDir() + "/boot-discs/" + bootDiscName(disc) + "-" + hash + ".iso";
   if (fileExists(image)) {
     return image;
+  }
+  Layout layout(tmp / "disc", false);
+  if (!layOut(disc, layout, pieces, tmp, options)) {
+    error = std::string("cannot lay out the ") + bootDiscName(disc) + " disc";
+    return {};
   }
   const std::string part = image + ".part" + std::to_string(::getpid());
   std::string out;
