@@ -237,6 +237,73 @@ GUESS_INFO_KEYS = ("osName", "osName64", "subVersion", "noIsolinux", "versionStr
                    "language", "editions")
 
 
+class Remaster(Tmp):
+    """guestprep remaster on a Debian-style isolinux disc built here."""
+
+    def disc(self, tree):
+        root = self.path("tree")
+        for name, data in tree.items():
+            os.makedirs(os.path.dirname(os.path.join(root, name)), exist_ok=True)
+            with open(os.path.join(root, name), "wb") as f:
+                f.write(data)
+        iso = self.path("disc.iso")
+        subprocess.run(["xorriso", "-as", "mkisofs", "-quiet", "-R", "-J", "-V", "DEBIAN",
+                        "-b", "isolinux/isolinux.bin", "-c", "isolinux/boot.cat",
+                        "-no-emul-boot", "-boot-load-size", "4", "-boot-info-table",
+                        "-o", iso, root], check=True, capture_output=True)
+        return iso
+
+    def debian(self):
+        with open("/usr/lib/ISOLINUX/isolinux.bin", "rb") as f:
+            loader = f.read()
+        return self.disc({
+            ".disk/info": b'Debian GNU/Linux 12.5.0 "Bookworm" - Official amd64 NETINST\n',
+            "install.amd/vmlinuz": b"kernel", "install.amd/initrd.gz": b"initrd",
+            "isolinux/isolinux.bin": loader,
+            "isolinux/isolinux.cfg": b"include txt.cfg\ndefault vesamenu.c32\ntimeout 0\n",
+            "isolinux/txt.cfg": b"label install\n kernel /install.amd/vmlinuz\n"
+                                b" append initrd=/install.amd/initrd.gz --- quiet\n"})
+
+    def test_json_progress_and_exit_statuses(self):
+        iso = self.debian()
+        answer = self.write("preseed.cfg", b"d-i debian-installer/locale string en_US\n")
+        out = self.path("out.iso")
+        r = run("remaster", iso, "--answer-file", answer, "--out", out, "--json")
+        self.assertEqual(0, r.returncode, r.stderr)
+        doc = json.loads(r.stdout.decode("utf-8", errors="strict"))
+        self.assertEqual({"imagePath": iso, "answerFilePath": answer, "outPath": out,
+                          "status": 0, "errorMessage": None}, doc)
+        self.assertIn(b"guestprep: rewriting isolinux/txt.cfg\n", r.stderr)
+        self.assertIn(b"guestprep: adding preseed.cfg\n", r.stderr)
+        self.assertIn(f"guestprep: writing {out}\n".encode(), r.stderr)
+        self.assertTrue(os.path.exists(out))
+
+        missing = self.path("missing.cfg")
+        cases = [
+            ((iso, "--answer-file", missing, "--out", self.path("o1.iso")), 2, missing),
+            ((iso, "--answer-file", answer, "--out", iso), 2, iso),
+        ]
+        for args, status, named in cases:
+            with self.subTest(args=args):
+                r = run("remaster", *args, "--json")
+                self.assertEqual(status, r.returncode)
+                doc = json.loads(r.stdout.decode("utf-8", errors="strict"))
+                self.assertEqual(status, doc["status"])
+                self.assertIn(named, doc["errorMessage"])
+                self.assertIn(f"guestprep: {named}".encode(), r.stderr)
+        self.assertFalse(os.path.exists(self.path("o1.iso")))
+
+    def test_no_installer_boot_writes_nothing(self):
+        iso = self.disc({"readme.txt": b"hello\n",
+                         "isolinux/isolinux.bin": open("/usr/lib/ISOLINUX/isolinux.bin", "rb").read(),
+                         "isolinux/isolinux.cfg": b"default local\nlabel local\n localboot 0\n"})
+        answer = self.write("ks.cfg", b"text\n")
+        r = run("remaster", iso, "--answer-file", answer, "--out", self.path("out.iso"))
+        self.assertEqual(1, r.returncode)
+        self.assertFalse(os.path.exists(self.path("out.iso")))
+        self.assertEqual(b"", r.stdout)
+
+
 class ManualPage(unittest.TestCase):
     def test_every_listed_command_has_a_section(self):
         with open(MANPAGE) as f:

@@ -50,6 +50,9 @@ struct Description {
   std::optional<std::string> language;
   BootFacts boot;
   std::vector<std::string> evidence;
+  // An anaconda disc that carries package repositories (a DVD), not only
+  // the installer (a boot disc, which installs from the network).
+  bool packageRepositories = false;
 
   void cite(const std::string &path) {
     for (const std::string &seen : evidence) {

@@ -1,6 +1,7 @@
 // Linux installation media: the Red Hat family and Fedora, SUSE, Debian,
 // Ubuntu and Kali, told apart by the marker files their tools write.
 #include <string_view>
+#include <vector>
 
 #include "lib/medium/description.h"
 #include "lib/medium/treeinfo.h"
@@ -86,6 +87,27 @@ std::string redHatId(const std::string &distro, const std::string &version) {
   return distro + mm;
 }
 
+// A DVD has the repositories that .treeinfo's variants name (BaseOS and
+// AppStream since EL 8), or one at its root (Fedora, EL 7); a boot disc
+// has none of them.
+bool carriesRepositories(MediumFiles &files, std::string_view treeinfo) {
+  std::vector<std::string> dirs = {""};
+  for (const auto &[section, keys] : parseIni(treeinfo)) {
+    auto repo = keys.find("repository");
+    if (startsWith(section, "variant-") && repo != keys.end() &&
+        repo->second != "." && dirs.size() < 16) {
+      dirs.push_back(repo->second + "/");
+    }
+  }
+  for (const std::string &dir : dirs) {
+    std::string marker = dir + "repodata/repomd.xml";
+    if (files.exists(marker)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 std::string normalArch(std::string_view arch) {
@@ -143,6 +165,7 @@ bool describeRedHat(MediumFiles &files, Description &out) {
   os.id = redHatId(os.distro, os.version);
   os.installer = "anaconda";
   out.os = os;
+  out.packageRepositories = carriesRepositories(files, *text);
   return true;
 }
 

@@ -189,6 +189,7 @@ std::string isoFromTree(const FileTree &files, IsoFlavor flavor) {
                  rc, output.c_str());
     std::error_code ec;
     fs::remove(tmp, ec);
+    ::usleep(200000 * attempt);  // a machine short of processes recovers
   }
   throw std::runtime_error("mastering failed: " + cmd + "\n" + said);
 }
