@@ -124,9 +124,17 @@ class Layout {
       return true;
     }
     fs::create_directories(fs::path(root_ + "/" + path).parent_path());
-    return runCommand("set -e; f=" + shellQuote(root_ + "/" + path) + "; " +
-                      command + " >/dev/null 2>&1") == 0;
+    std::string out;
+    if (runCommand("(set -e; f=" + shellQuote(root_ + "/" + path) + "; " +
+                       command + ") 2>&1",
+                   &out) != 0) {
+      failure_ = path + ": " + out;
+      return false;
+    }
+    return true;
   }
+  // What the command that failed printed.
+  const std::string &failure() const { return failure_; }
   void keyPart(const std::string &s) { key_ += "\n" + s; }
   const std::string &key() const { return key_; }
 
@@ -134,6 +142,7 @@ class Layout {
   std::string root_;
   bool dry_;
   std::string key_;
+  std::string failure_;
 };
 
 uint64_t fnv1a(std::string_view data) {
@@ -603,7 +612,8 @@ std::string bootDisc(BootDisc disc, std::string &error) {
   }
   Layout layout(tmp / "disc", false);
   if (!layOut(disc, layout, pieces, tmp, options)) {
-    error = std::string("cannot lay out the ") + bootDiscName(disc) + " disc";
+    error = std::string("cannot lay out the ") + bootDiscName(disc) +
+            " disc: " + layout.failure();
     return {};
   }
   const std::string part = image + ".part" + std::to_string(::getpid());
