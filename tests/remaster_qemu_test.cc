@@ -162,6 +162,9 @@ INSTANTIATE_TEST_SUITE_P(
         // isolinux with an include chain and "timeout 0"; the Debian path.
         BootCase{"DebianIsolinuxSeaBios", BootDisc::Debian, Firmware::SeaBios,
                  BootDevice::Cdrom, kDebianOwn},
+        // Written to a USB stick: the hybrid MBR starts isolinux.
+        BootCase{"DebianUsbStickSeaBios", BootDisc::Debian, Firmware::SeaBios,
+                 BootDevice::Disk, kDebianOwn},
         // Debian's signed shim and GRUB, a GRUB menu without a timeout.
         BootCase{"DebianShimSecureBoot", BootDisc::Debian,
                  Firmware::OvmfSecureBoot, BootDevice::Cdrom, kDebianOwn},
