@@ -166,4 +166,16 @@ int compareDottedVersion(std::string_view a, std::string_view b) {
   return 0;
 }
 
+std::string shellSingleQuoted(std::string_view s) {
+  std::string out = "'";
+  for (char c : s) {
+    if (c == '\'') {
+      out += "'\\''";
+    } else {
+      out += c;
+    }
+  }
+  return out + "'";
+}
+
 }  // namespace gp::str

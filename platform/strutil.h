@@ -62,4 +62,9 @@ long parseLong(std::string_view s);
 // field's leading digits are its number. Negative, zero or positive.
 int compareDottedVersion(std::string_view a, std::string_view b);
 
+// `s` as one word of a POSIX shell command, always in single quotes: a
+// quote inside is written as '\''. (A NUL byte cannot be carried; callers
+// that take names from a disc refuse it first.)
+std::string shellSingleQuoted(std::string_view s);
+
 }  // namespace gp::str

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -66,3 +67,21 @@ TEST(DottedVersion, ComparesFieldsNumerically) {
 
 }  // namespace
 }  // namespace gp::str
+
+TEST(ShellQuoting, TheShellGivesBackEveryWordAsItWas) {
+  for (std::string word : {"", "plain", "it's", "'", "$(reboot) `id` \"x\"",
+                           "a\\b;c&d|e>f", "tab\there", "line\nbreak",
+                           "gr\xc3\xbc\xc3\x9f"}) {
+    std::string cmd = "printf %s " + gp::str::shellSingleQuoted(word);
+    FILE *pipe = ::popen(cmd.c_str(), "r");
+    ASSERT_NE(nullptr, pipe);
+    std::string out;
+    char buf[256];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, pipe)) > 0) {
+      out.append(buf, n);
+    }
+    EXPECT_EQ(0, ::pclose(pipe));
+    EXPECT_EQ(word, out);
+  }
+}

@@ -6,16 +6,11 @@
 
 #include "lib/medium/remaster_internal.h"
 #include "platform/hostio.h"
+#include "platform/strutil.h"
 
 namespace gp::medium {
 
-std::string shellWord(std::string_view s) {
-  std::string out = "'";
-  for (char c : s) {
-    out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  }
-  return out + "'";
-}
+std::string shellWord(std::string_view s) { return str::shellSingleQuoted(s); }
 
 ScratchArea::~ScratchArea() {
   for (const std::string &f : files_) {

@@ -11,6 +11,7 @@
 #include "lib/medium/answer_xml.h"
 #include "lib/medium/install_entries.h"
 #include "platform/hostio.h"
+#include "platform/strutil.h"
 
 namespace gp::medium {
 namespace {
@@ -20,18 +21,6 @@ namespace {
 constexpr size_t kMaxImageSize = 16u << 20;
 constexpr size_t kMaxFiles = 16;
 constexpr int kMaxDirectoryTries = 100;
-
-std::string shellQuote(std::string_view s) {
-  std::string out = "'";
-  for (char c : s) {
-    if (c == '\'') {
-      out += "'\\''";
-    } else {
-      out += c;
-    }
-  }
-  return out + "'";
-}
 
 std::string systemError(const char *what, const std::string &path) {
   return std::string(what) + " " + path + ": " + std::strerror(errno);
@@ -191,15 +180,16 @@ std::string masteringCommand(const std::string &label, const std::string &stamp,
   // -no_rc: no startup file of the host or the user changes the image.
   std::string cmd = "xorriso -no_rc -as mkisofs -quiet -J -joliet-long -R";
   cmd += " -uid 0 -gid 0 -file-mode 0444 -dir-mode 0555";
-  cmd += " -V " + shellQuote(label);
+  cmd += " -V " + str::shellSingleQuoted(label);
   if (!stamp.empty()) {
     cmd += " --modification-date=" + stamp;
     cmd += " --set_all_file_dates " + stamp;
   }
   // Both paths are absolute (the user's temporary directory always is), so
   // neither is ever taken for an option; "--" would end the emulation.
-  cmd += " -o " + shellQuote(image) + " " + shellQuote(tree);
-  cmd += " </dev/null >" + shellQuote(log) + " 2>&1";
+  cmd += " -o " + str::shellSingleQuoted(image) + " " +
+         str::shellSingleQuoted(tree);
+  cmd += " </dev/null >" + str::shellSingleQuoted(log) + " 2>&1";
   return cmd;
 }
 
