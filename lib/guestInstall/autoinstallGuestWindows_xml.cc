@@ -21,12 +21,8 @@ constexpr const char kFirstLogonOrders[] =
     "Windows-Shell-Setup']/urn:FirstLogonCommands/urn:SynchronousCommand/"
     "urn:Order";
 
-const xmlChar *x(const char *s) { return reinterpret_cast<const xmlChar *>(s); }
-
-struct XmlCharFree {
-  void operator()(xmlChar *p) const { xmlFree(p); }
-};
-using XmlCharPtr = std::unique_ptr<xmlChar, XmlCharFree>;
+using gp::xml::x;
+using XmlCharPtr = gp::xml::CharPtr;
 
 ObjectPtr evaluate(xmlXPathContext *ctx, const char *expression) {
   return ObjectPtr(xmlXPathEvalExpression(x(expression), ctx));
@@ -41,40 +37,10 @@ xmlNode *firstNode(const ObjectPtr &result) {
   return result->nodesetval->nodeTab[0];
 }
 
-// Keeps libxml2's context-free messages (a failed encoding conversion, for
-// one) off the host's standard error while a template is parsed; the
-// handler is per thread and restored afterwards.
-class QuietErrors {
- public:
-  QuietErrors() : savedFn_(xmlGenericError), savedCtx_(xmlGenericErrorContext) {
-    xmlSetGenericErrorFunc(nullptr, ignore);
-  }
-  ~QuietErrors() { xmlSetGenericErrorFunc(savedCtx_, savedFn_); }
-  QuietErrors(const QuietErrors &) = delete;
-  QuietErrors &operator=(const QuietErrors &) = delete;
-
- private:
-  static void ignore(void *, const char *, ...) {}
-  xmlGenericErrorFunc savedFn_;
-  void *savedCtx_;
-};
-
 }  // namespace
 
 DocPtr parseTemplate(const std::string &text) {
-  if (text.size() > static_cast<size_t>(INT_MAX)) {
-    return nullptr;
-  }
-  xmlInitParser();
-  QuietErrors quiet;
-  int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
-  DocPtr doc(xmlReadMemory(text.data(), static_cast<int>(text.size()),
-                           "autoun~0.xml", nullptr, options));
-  if (!doc || doc->intSubset != nullptr || doc->extSubset != nullptr ||
-      xmlDocGetRootElement(doc.get()) == nullptr) {
-    return nullptr;
-  }
-  return doc;
+  return gp::xml::parseTemplateText(text, "autoun~0.xml");
 }
 
 ContextPtr newContext(xmlDoc *doc) {

@@ -8,20 +8,13 @@
 #include <memory>
 #include <string>
 
+#include "platform/xmldoc.h"
+
 namespace gp::autoinstall::winxml {
 
-struct DocFree {
-  void operator()(xmlDoc *d) const { xmlFreeDoc(d); }
-};
-struct ContextFree {
-  void operator()(xmlXPathContext *c) const { xmlXPathFreeContext(c); }
-};
-struct ObjectFree {
-  void operator()(xmlXPathObject *o) const { xmlXPathFreeObject(o); }
-};
-using DocPtr = std::unique_ptr<xmlDoc, DocFree>;
-using ContextPtr = std::unique_ptr<xmlXPathContext, ContextFree>;
-using ObjectPtr = std::unique_ptr<xmlXPathObject, ObjectFree>;
+using gp::xml::ContextPtr;
+using gp::xml::DocPtr;
+using gp::xml::ObjectPtr;
 
 // Parses an answer-file template from memory without network access,
 // without loading or expanding any entity, and without error output. A

@@ -12,52 +12,14 @@
 namespace gp::medium::xml {
 namespace {
 
-const xmlChar *x(const char *s) { return reinterpret_cast<const xmlChar *>(s); }
-
-struct ObjectFree {
-  void operator()(xmlXPathObject *o) const { xmlXPathFreeObject(o); }
-};
-using ObjectPtr = std::unique_ptr<xmlXPathObject, ObjectFree>;
-
-struct XmlCharFree {
-  void operator()(xmlChar *p) const { xmlFree(p); }
-};
-using XmlCharPtr = std::unique_ptr<xmlChar, XmlCharFree>;
-
-// Keeps libxml2's context-free messages off the host's standard error
-// while a template is parsed; the handler is per thread and restored.
-class QuietErrors {
- public:
-  QuietErrors() : savedFn_(xmlGenericError), savedCtx_(xmlGenericErrorContext) {
-    xmlSetGenericErrorFunc(nullptr, ignore);
-  }
-  ~QuietErrors() { xmlSetGenericErrorFunc(savedCtx_, savedFn_); }
-  QuietErrors(const QuietErrors &) = delete;
-  QuietErrors &operator=(const QuietErrors &) = delete;
-
- private:
-  static void ignore(void *, const char *, ...) {}
-  xmlGenericErrorFunc savedFn_;
-  void *savedCtx_;
-};
+using gp::xml::ObjectPtr;
+using gp::xml::x;
+using XmlCharPtr = gp::xml::CharPtr;
 
 }  // namespace
 
 DocPtr parseTemplate(const std::string &text) {
-  if (text.size() > static_cast<size_t>(INT_MAX)) {
-    return nullptr;
-  }
-  xmlInitParser();
-  QuietErrors quiet;
-  const int options = XML_PARSE_NONET | XML_PARSE_NOERROR |
-                      XML_PARSE_NOWARNING | XML_PARSE_NOBLANKS;
-  DocPtr doc(xmlReadMemory(text.data(), static_cast<int>(text.size()),
-                           "template.xml", nullptr, options));
-  if (!doc || doc->intSubset != nullptr || doc->extSubset != nullptr ||
-      xmlDocGetRootElement(doc.get()) == nullptr) {
-    return nullptr;
-  }
-  return doc;
+  return gp::xml::parseTemplateText(text, "template.xml", XML_PARSE_NOBLANKS);
 }
 
 ContextPtr newContext(

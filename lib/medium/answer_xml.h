@@ -12,16 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include "platform/xmldoc.h"
+
 namespace gp::medium::xml {
 
-struct DocFree {
-  void operator()(xmlDoc *d) const { xmlFreeDoc(d); }
-};
-struct ContextFree {
-  void operator()(xmlXPathContext *c) const { xmlXPathFreeContext(c); }
-};
-using DocPtr = std::unique_ptr<xmlDoc, DocFree>;
-using ContextPtr = std::unique_ptr<xmlXPathContext, ContextFree>;
+using gp::xml::ContextPtr;
+using gp::xml::DocPtr;
 
 // Parses a template from memory without network access, without loading
 // or expanding any entity and without error output. A template with a
