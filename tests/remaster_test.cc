@@ -663,3 +663,79 @@ TEST(RemasterDisc, AFailingToolLeavesNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every command the remaster ran, for the test below.
+std::vector<std::string> &commandsRun() {
+  static std::vector<std::string> commands;
+  return commands;
+}
+
+}  // namespace
+
+// An EFI image whose menu only hands over to the disc's own menu has
+// nothing to change: it is read where it lies, never copied, and the new
+// image keeps it as it was.
+TEST(RemasterDisc, AnEfiImageWithNothingToChangeIsNotCopied) {
+  const std::string stub =
+      "search --file --set=root /.disk/info\nset prefix=($root)/boot/grub\n"
+      "configfile $prefix/grub.cfg\n";
+  gp::test::TempDir tmp;
+  GrubPieces grub = grubPieces();
+  std::string efi = efiImage(tmp, stub);
+  const struct {
+    const char *label;
+    std::string bootArgs;
+  } discs[] = {
+      {"an image file",
+       "-b boot/grub/i386-pc/eltorito.img -no-emul-boot -boot-load-size 4 "
+       "-boot-info-table -eltorito-alt-boot -e boot/grub/efi.img "
+       "-no-emul-boot"},
+      {"an appended partition",
+       "-append_partition 2 0xef " + shellQuote(efi) +
+           " -appended_part_as_gpt -b boot/grub/i386-pc/eltorito.img "
+           "-no-emul-boot -boot-load-size 4 -boot-info-table "
+           "-eltorito-alt-boot -e '--interval:appended_partition_2:::' "
+           "-no-emul-boot"},
+  };
+  gp::HostOps ops = gp::hostOps();
+  ops.system = [](const char *command) -> int {
+    commandsRun().push_back(command);
+    return std::system(command);
+  };
+  ops.open = [](const char *path, int flags, mode_t mode) -> int {
+    commandsRun().push_back(std::string("open ") + path);
+    return ::open(path, flags, mode);
+  };
+  for (const auto &disc : discs) {
+    SCOPED_TRACE(disc.label);
+    gp::test::TempDir work;
+    std::string iso = master(work, ubuntuTree(), "UBUNTU", disc.bootArgs,
+                             {{"boot/grub/i386-pc/eltorito.img", grub.bios},
+                              {"boot/grub/efi.img", efi}});
+    std::string answer = work / "user-data";
+    gp::test::writeFile(answer, "#cloud-config\n");
+    commandsRun().clear();
+    Outcome r;
+    {
+      gp::ScopedHostOps scoped(ops);
+      r = remaster(iso, answer, work / "out.iso");
+    }
+    ASSERT_EQ(RemasterStatus::Ok, r.status) << r.error;
+    EXPECT_FALSE(commandsRun().empty());
+    for (const std::string &c : commandsRun()) {
+      // A copy of the image would be extracted or opened in the scratch
+      // area under one of these names.
+      EXPECT_EQ(std::string::npos, c.find("efi.img' '")) << c;
+      EXPECT_EQ(std::string::npos, c.find("/efi-0.img")) << c;
+      EXPECT_EQ(std::string::npos, c.find("/partition-2.img")) << c;
+      EXPECT_EQ(std::string::npos, c.find("mcopy")) << c;
+      EXPECT_EQ(std::string::npos, c.find("-append_partition")) << c;
+    }
+    EXPECT_EQ(stub, efiConfig(work / "out.iso"));
+    EXPECT_NE(
+        std::string::npos,
+        extract(work / "out.iso", "/boot/grub/grub.cfg").find("autoinstall"));
+  }
+}

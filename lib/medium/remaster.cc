@@ -103,6 +103,7 @@ class Remaster {
   bool rewriteIsolinux(MediumFiles &files, const Described &d);
   bool rewriteGrubMenus(MediumFiles &walk, MediumFiles &files);
   bool rewriteEfiImages(MediumFiles &files);
+  bool rewriteEfiPartitions();
   bool copyPartition(const AppendedPartition &part, const std::string &to);
   std::string writeCommand(const std::string &tmpOut) const;
 
@@ -210,6 +211,15 @@ bool Remaster::copyPartition(const AppendedPartition &part,
   return out.reset() == 0;
 }
 
+// Where mtools reads an EFI image inside the disc without a copy: the
+// disc at the image's byte offset; "" when the path would be misread.
+std::string imageInPlace(const std::string &image, uint64_t offset) {
+  if (image.find("@@") != std::string::npos) {
+    return "";
+  }
+  return image + "@@" + std::to_string(offset);
+}
+
 bool Remaster::rewriteEfiImages(MediumFiles &files) {
   int n = 0;
   for (const std::string &source : before_.efiSources) {
@@ -218,6 +228,22 @@ bool Remaster::rewriteEfiImages(MediumFiles &files) {
     }
     std::optional<FoundFile> found = files.find(source.substr(1));
     if (found && found->size > kMaxEfiImageBytes) {
+      continue;
+    }
+    // An image the file tree shows is read in place, and copied only when
+    // one of its menus changes; a hidden one must be extracted to be read.
+    std::string inPlace =
+        found && !found->isDirectory
+            ? imageInPlace(image_, uint64_t{found->extent} * 2048)
+            : "";
+    std::vector<EfiConfigEdit> edits;
+    std::string why;
+    if (!inPlace.empty() &&
+        !planEfiImage(inPlace, args_, scratch_, edits, why)) {
+      error_ = image_ + ": " + source + ": " + why;
+      return false;
+    }
+    if (!inPlace.empty() && edits.empty()) {
       continue;
     }
     std::string copy = scratch_.file("efi-" + std::to_string(n++) + ".img");
@@ -234,45 +260,68 @@ bool Remaster::rewriteEfiImages(MediumFiles &files) {
       error_ = image_ + ": the EFI image " + source + " cannot be copied";
       return false;
     }
-    std::vector<std::string> rewritten;
-    std::string why;
-    if (rewriteEfiImage(copy, args_, scratch_, rewritten, why)) {
-      changes_.installerEntry = true;
-      for (const std::string &cfg : rewritten) {
-        say("rewriting " + source.substr(1) + ":" + cfg);
-      }
-      changes_.maps.push_back({copy, source});
-    } else if (!why.empty()) {
+    if (inPlace.empty() && !planEfiImage(copy, args_, scratch_, edits, why)) {
       error_ = image_ + ": " + source + ": " + why;
       return false;
     }
+    if (edits.empty()) {
+      continue;
+    }
+    if (!applyEfiImage(copy, edits, scratch_, why)) {
+      error_ = image_ + ": " + source + ": " + why;
+      return false;
+    }
+    changes_.installerEntry = true;
+    for (const EfiConfigEdit &edit : edits) {
+      say("rewriting " + source.substr(1) + ":" + edit.config);
+    }
+    changes_.maps.push_back({copy, source});
   }
+  return rewriteEfiPartitions();
+}
+
+bool Remaster::rewriteEfiPartitions() {
   for (const AppendedPartition &part : before_.partitions) {
     if (!part.isEfi() || part.last < part.first ||
         (part.last - part.first + 1) * 512 > kMaxEfiImageBytes) {
       continue;
     }
+    const std::string label =
+        "appended partition " + std::to_string(part.number);
+    std::string inPlace = imageInPlace(image_, part.first * 512);
+    std::vector<EfiConfigEdit> edits;
+    std::string why;
+    if (!inPlace.empty() &&
+        !planEfiImage(inPlace, args_, scratch_, edits, why)) {
+      error_ = image_ + ": " + label + ": " + why;
+      return false;
+    }
+    if (!inPlace.empty() && edits.empty()) {
+      continue;
+    }
     std::string copy =
         scratch_.file("partition-" + std::to_string(part.number) + ".img");
     if (!copyPartition(part, copy)) {
-      error_ = image_ + ": appended partition " + std::to_string(part.number) +
-               " cannot be copied: " + std::strerror(errno);
+      error_ =
+          image_ + ": " + label + " cannot be copied: " + std::strerror(errno);
       return false;
     }
-    std::vector<std::string> rewritten;
-    std::string why;
-    if (rewriteEfiImage(copy, args_, scratch_, rewritten, why)) {
-      changes_.installerEntry = true;
-      for (const std::string &cfg : rewritten) {
-        say("rewriting appended partition " + std::to_string(part.number) +
-            ":" + cfg);
-      }
-      changes_.partitions.push_back({part, copy});
-    } else if (!why.empty()) {
-      error_ = image_ + ": appended partition " + std::to_string(part.number) +
-               ": " + why;
+    if (inPlace.empty() && !planEfiImage(copy, args_, scratch_, edits, why)) {
+      error_ = image_ + ": " + label + ": " + why;
       return false;
     }
+    if (edits.empty()) {
+      continue;
+    }
+    if (!applyEfiImage(copy, edits, scratch_, why)) {
+      error_ = image_ + ": " + label + ": " + why;
+      return false;
+    }
+    changes_.installerEntry = true;
+    for (const EfiConfigEdit &edit : edits) {
+      say("rewriting " + label + ":" + edit.config);
+    }
+    changes_.partitions.push_back({part, copy});
   }
   return true;
 }

@@ -26,28 +26,25 @@ std::vector<std::string> grubConfigsIn(const std::string &listing) {
 
 }  // namespace
 
-bool rewriteEfiImage(const std::string &imageFile,
-                     const std::vector<std::string> &args, ScratchArea &scratch,
-                     std::vector<std::string> &rewritten, std::string &error) {
+bool planEfiImage(const std::string &imageSpec,
+                  const std::vector<std::string> &args, ScratchArea &scratch,
+                  std::vector<EfiConfigEdit> &edits, std::string &error) {
+  edits.clear();
   std::string listing;
-  if (!runTool("mdir -/ -b -i " + shellWord(imageFile) + " ::/", scratch,
+  if (!runTool("mdir -/ -b -i " + shellWord(imageSpec) + " ::/", scratch,
                &listing)) {
     error = "the EFI image cannot be listed (" + listing.substr(0, 200) + ")";
     return false;
   }
-  bool changed = false;
   int n = 0;
   for (const std::string &config : grubConfigsIn(listing)) {
     std::string copy = scratch.file("efi-grub-" + std::to_string(n++) + ".cfg");
     std::string output;
-    if (!runTool("mtype -i " + shellWord(imageFile) + " " +
-                     shellWord("::" + config) + " >" + shellWord(copy),
-                 scratch, &output)) {
-      error = "the EFI image's " + config + " cannot be read";
-      return false;
-    }
     std::string text;
-    if (!readWholeFile(copy.c_str(), text, kMaxConfigBytes)) {
+    if (!runTool("mtype -i " + shellWord(imageSpec) + " " +
+                     shellWord("::" + config) + " >" + shellWord(copy),
+                 scratch, &output) ||
+        !readWholeFile(copy.c_str(), text, kMaxConfigBytes)) {
       error = "the EFI image's " + config + " cannot be read";
       return false;
     }
@@ -56,21 +53,30 @@ bool rewriteEfiImage(const std::string &imageFile,
       error = config + ": " + r.reason;
       return false;
     }
-    if (r.edit != MenuEdit::Changed) {
-      continue;
+    if (r.edit == MenuEdit::Changed) {
+      edits.push_back({config, std::move(text)});
     }
-    if (!scratch.write(copy, text) ||
+  }
+  return true;
+}
+
+bool applyEfiImage(const std::string &imageFile,
+                   const std::vector<EfiConfigEdit> &edits,
+                   ScratchArea &scratch, std::string &error) {
+  int n = 0;
+  for (const EfiConfigEdit &edit : edits) {
+    std::string copy = scratch.file("efi-new-" + std::to_string(n++) + ".cfg");
+    std::string output;
+    if (!scratch.write(copy, edit.text) ||
         !runTool("mcopy -o -i " + shellWord(imageFile) + " " + shellWord(copy) +
-                     " " + shellWord("::" + config),
+                     " " + shellWord("::" + edit.config),
                  scratch, &output)) {
-      error = "the EFI image's " + config + " cannot be replaced (" +
+      error = "the EFI image's " + edit.config + " cannot be replaced (" +
               output.substr(0, 200) + ")";
       return false;
     }
-    rewritten.push_back(config);
-    changed = true;
   }
-  return changed;
+  return true;
 }
 
 }  // namespace gp::medium

@@ -89,10 +89,23 @@ bool readBootReport(const std::string &image, ScratchArea &scratch,
 std::string compareBootReports(const BootReport &before,
                                const BootReport &after);
 
-// The grub.cfg files inside a FAT image, and their rewrite. True when the
-// image changed; false with `error` empty when it had nothing to change.
-bool rewriteEfiImage(const std::string &imageFile,
-                     const std::vector<std::string> &args, ScratchArea &scratch,
-                     std::vector<std::string> &rewritten, std::string &error);
+// A grub.cfg inside a FAT image and its rewritten text.
+struct EfiConfigEdit {
+  std::string config;  // its path in the image, "/EFI/BOOT/grub.cfg"
+  std::string text;
+};
+
+// The grub.cfg files inside a FAT image that the rewrite changes.
+// `imageSpec` is what mtools reads: a file, or "file@@offset" for an image
+// inside the disc, which is then read in place. False with `error` set
+// when the image cannot be read or a menu cannot carry the arguments.
+bool planEfiImage(const std::string &imageSpec,
+                  const std::vector<std::string> &args, ScratchArea &scratch,
+                  std::vector<EfiConfigEdit> &edits, std::string &error);
+
+// Writes the planned texts into the FAT image file `imageFile`.
+bool applyEfiImage(const std::string &imageFile,
+                   const std::vector<EfiConfigEdit> &edits,
+                   ScratchArea &scratch, std::string &error);
 
 }  // namespace gp::medium
